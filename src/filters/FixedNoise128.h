@@ -1,0 +1,16 @@
+// Placeholder until this algorithm is written: it leaves frames unchanged.
+#ifndef VELMAR_FILTERS_FIXED_NOISE128_H
+#define VELMAR_FILTERS_FIXED_NOISE128_H
+
+#include "framework/PassThroughAlgo.h"
+
+namespace velmar {
+
+class FixedNoise128 : public PassThroughAlgo {
+ public:
+  using PassThroughAlgo::PassThroughAlgo;
+};
+
+}  // namespace velmar
+
+#endif  // VELMAR_FILTERS_FIXED_NOISE128_H

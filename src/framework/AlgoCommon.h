@@ -1,0 +1,38 @@
+// Small point helpers and packet shapes that several algorithms share.
+#ifndef VELMAR_FRAMEWORK_ALGO_COMMON_H
+#define VELMAR_FRAMEWORK_ALGO_COMMON_H
+
+#include <cstddef>
+
+#include "velmar/lidar_algo.h"
+
+namespace velmar {
+
+// Echo strength of a return: pulse width x 0.15 x range, multiplied in that order. Weather filters
+// compare it against their reflection thresholds; a weak echo at short range is typical of rain,
+// fog and sunlight.
+inline double EchoStrength(const _ori_point& p) {
+  return p.pulse_width * 0.15 * p.distance;
+}
+
+// Removes a point the way the mirror-face and channel rules do: the measures are zeroed while
+// channel, angle, face and flags stay, so the point keeps its place in the frame.
+inline void ClearMeasures(_ori_point& p) {
+  p.x = 0.0;
+  p.y = 0.0;
+  p.z = 0.0;
+  p.intensity = 0.0;
+  p.distance = 0.0;
+  p.pulse_width = 0.0;
+}
+
+// Packet shapes of the column-structured sensors: columns of 48 or 64 points in channel order,
+// packed two or four to a packet.
+constexpr std::size_t kPacketPoints96 = 96;
+constexpr std::size_t kPacketPoints128 = 128;
+constexpr std::size_t kPacketPoints192 = 192;
+constexpr std::size_t kColumnPoints64 = 64;
+
+}  // namespace velmar
+
+#endif  // VELMAR_FRAMEWORK_ALGO_COMMON_H

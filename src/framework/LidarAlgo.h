@@ -1,0 +1,47 @@
+// The pipeline: the algorithms of one configuration, run in order of id over every frame.
+#ifndef VELMAR_FRAMEWORK_LIDAR_ALGO_H
+#define VELMAR_FRAMEWORK_LIDAR_ALGO_H
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <rapidjson/document.h>
+
+#include "framework/AlgoBase.h"
+#include "velmar/lidar_algo.h"
+
+namespace velmar {
+
+class LidarAlgo : public ILidarAlgo {
+ public:
+  LidarAlgo(LidarType type, const std::string& configPath);
+
+  void Process(std::vector<_ori_point>& frame) override;
+  bool UpdateAlgoParam(const std::string& json) override;
+  void ClearCache() override;
+
+  bool ParseAlgoConfigFromFile(const std::string& path);
+  bool ParseAlgoConfigImp(const rapidjson::Document& document);
+
+  // The assembled algorithms in processing order; for inspection by tools and tests.
+  std::vector<std::shared_ptr<AlgoBase>> Algorithms();
+
+ private:
+  // Builds the algorithm of one "algo_list" entry, or nullptr when the entry is skipped.
+  std::shared_ptr<AlgoBase> AssembleEntry(const rapidjson::Value& entry) const;
+  bool AcceptsModel(AlgoBase& algo, const rapidjson::Value* lidarTypes) const;
+
+  std::vector<std::shared_ptr<AlgoBase>> algos;
+  LidarType lidar_type;
+  std::mutex mutex;
+};
+
+// Copies the members of a "param" object into the algorithm's two parameter maps: numbers as
+// doubles, strings as text; a later duplicate key replaces an earlier one.
+void CopyParams(const rapidjson::Value& param, AlgoBase& algo);
+
+}  // namespace velmar
+
+#endif  // VELMAR_FRAMEWORK_LIDAR_ALGO_H

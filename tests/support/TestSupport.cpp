@@ -1,0 +1,95 @@
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+#include "framework/AlgoFactory.h"
+#include "framework/LidarAlgo.h"
+
+namespace velmar {
+namespace test {
+
+_ori_point MakePoint(double distance) {
+  _ori_point p;
+  std::memset(&p, 0, sizeof(p));
+  p.distance = distance;
+  return p;
+}
+
+_ori_point MakePointXYZ(double x, double y, double z) {
+  _ori_point p = MakePoint(0.0);
+  p.x = x;
+  p.y = y;
+  p.z = z;
+  return p;
+}
+
+std::vector<_ori_point> MakeFrame(std::size_t count, double distance) {
+  return std::vector<_ori_point>(count, MakePoint(distance));
+}
+
+bool SameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b) {
+  return a.size() == b.size() &&
+         (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(_ori_point)) == 0);
+}
+
+std::shared_ptr<AlgoBase> MakeAlgo(int id, LidarType type, const std::string& params,
+                                   std::string* output) {
+  std::shared_ptr<AlgoBase> algo = CreateAlgo(id, "test", "", type);
+  if (!algo) {
+    ADD_FAILURE() << "no algorithm for id " << id;
+    return nullptr;
+  }
+  rapidjson::Document document;
+  document.Parse(params.c_str());
+  if (document.HasParseError() || !document.IsObject()) {
+    ADD_FAILURE() << "test parameters are not a JSON object: " << params;
+    return nullptr;
+  }
+  const std::string printed = CaptureOutput([&] {
+    CopyParams(document, *algo);
+    algo->ParseParams();
+  });
+  if (output != nullptr) {
+    *output = printed;
+  }
+  return algo;
+}
+
+std::string CaptureOutput(const std::function<void()>& action) {
+  std::cout.flush();
+  testing::internal::CaptureStdout();
+  action();
+  std::cout.flush();
+  return testing::internal::GetCapturedStdout();
+}
+
+std::string WriteTempFile(const std::string& text) {
+  char path[] = "/tmp/velmar_test_XXXXXX";
+  const int fd = mkstemp(path);
+  if (fd < 0) {
+    ADD_FAILURE() << "cannot create a temporary file";
+    return std::string();
+  }
+  close(fd);
+  std::ofstream(path, std::ios::binary) << text;
+  static std::vector<std::string>* files = [] {
+    auto* list = new std::vector<std::string>();
+    std::atexit([] {
+      for (const std::string& f : *files)
+        std::remove(f.c_str());
+    });
+    return list;
+  }();
+  files->push_back(path);
+  return path;
+}
+
+}  // namespace test
+}  // namespace velmar
