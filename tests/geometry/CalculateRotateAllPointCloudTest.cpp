@@ -90,6 +90,13 @@ TEST(CalculateRotateAllPointCloud, SecondTransformIsAppliedAfterTheFirst) {
   EXPECT_NEAR(p.x, 0.0, 1e-6);
   EXPECT_NEAR(p.y, 1.0, 1e-6);
   EXPECT_EQ(p.z, 0.0);
+
+  // Rx(90) then Rz(90) keeps +y on +z; composed the other way round it would end on -x.
+  p = Transformed(R"({"transformRotateX": 90, "secondTransformRotateZ": 90})",
+                  MakePointXYZ(0.0, 1.0, 0.0));
+  EXPECT_NEAR(p.x, 0.0, 1e-6);
+  EXPECT_NEAR(p.y, 0.0, 1e-6);
+  EXPECT_NEAR(p.z, 1.0, 1e-6);
 }
 
 TEST(CalculateRotateAllPointCloud, MissingKeysAreNeutralAndNotInserted) {
