@@ -9,133 +9,81 @@
 namespace velmar {
 namespace {
 
-using test::FacePoint;
-using test::IsRemoved;
+using test::Removes;
 
-constexpr int kId = 10;
-const char* const kInvalid = "[algo]:JointabcProcess param is invalid!\n";
-const char* const kNodeRange =
-    "[algo]:JointabcProcess jointabc_node1/jointabc_node2 is not in the correct range!\n";
-const char* const kNodeOrder =
-    "[algo]:JointabcProcess jointabc_node1 > jointabc_node2 is not correct!\n";
-const char* const kOneFaceRange =
-    "[algo]:JointabcProcess jointabc_one_face is not in the correct range!\n";
-const char* const kTwoFaceRange =
-    "[algo]:JointabcProcess jointabc_two_face is not in the correct range!\n";
+const std::string kPrefix = "[algo]:JointabcProcess ";
+const std::string kNodeRange =
+    kPrefix + "jointabc_node1/jointabc_node2 is not in the correct range!\n";
+const std::string kNodeOrder = kPrefix + "jointabc_node1 > jointabc_node2 is not correct!\n";
+const std::string kOneFaceRange = kPrefix + "jointabc_one_face is not in the correct range!\n";
+const std::string kTwoFaceRange = kPrefix + "jointabc_two_face is not in the correct range!\n";
 
-std::shared_ptr<JointabcProcess> Make(const std::string& params, std::string* output = nullptr) {
-  return test::MakeAlgoAs<JointabcProcess>(kId, LIDAR_QUILL_A2, params, output);
+std::shared_ptr<JointabcProcess> Make(const std::string& params, std::string* output) {
+  return test::MakeAlgoAs<JointabcProcess>(10, LIDAR_QUILL_A2, params, output);
 }
 
-std::string Params(double node1, double node2, double one, double two) {
-  return "{\"jointabc_node1\": " + std::to_string(node1) +
-         ", \"jointabc_node2\": " + std::to_string(node2) +
-         ", \"jointabc_one_face\": " + std::to_string(one) +
-         ", \"jointabc_two_face\": " + std::to_string(two) + "}";
+std::shared_ptr<JointabcProcess> Make(double node1, double node2, double one_face, double two_face,
+                                      std::string* output = nullptr) {
+  return Make("{\"jointabc_node1\": " + std::to_string(node1) + ", \"jointabc_node2\": " +
+                  std::to_string(node2) + ", \"jointabc_one_face\": " + std::to_string(one_face) +
+                  ", \"jointabc_two_face\": " + std::to_string(two_face) + "}",
+              output);
 }
 
-bool Removes(JointabcProcess& algo, double distance, uint32_t mirror) {
-  std::vector<_ori_point> frame{FacePoint(distance, mirror)};
-  algo.Process(frame);
-  return IsRemoved(frame[0]);
-}
-
-TEST(JointabcProcess, DefaultBands) {
-  auto algo = Make("{}");
+TEST(JointabcProcess, DefaultBandsAndTheirEdges) {
+  auto algo = test::MakeAlgo(10, LIDAR_QUILL_A2);
   EXPECT_TRUE(Removes(*algo, 0.5, 1));
   EXPECT_FALSE(Removes(*algo, 0.5, 0));
   EXPECT_TRUE(Removes(*algo, 5.0, 0));
-  EXPECT_FALSE(Removes(*algo, 5.0, 1));
-  EXPECT_FALSE(Removes(*algo, 5.0, 2));
-  EXPECT_FALSE(Removes(*algo, 1.02, 0));
-  EXPECT_FALSE(Removes(*algo, 1.02, 1));
-  for (uint32_t face = 0; face < 4; ++face) {
-    EXPECT_FALSE(Removes(*algo, 9.96, face));
-    EXPECT_FALSE(Removes(*algo, 50.0, face));
+  EXPECT_FALSE(Removes(*algo, 5.0, 1) || Removes(*algo, 5.0, 2));
+  EXPECT_FALSE(Removes(*algo, 1.02, 0) || Removes(*algo, 1.02, 1));
+  EXPECT_FALSE(Removes(*algo, 9.96, 0) || Removes(*algo, 50.0, 3));
+  EXPECT_FALSE(Removes(*algo, 1.0 - 0.05, 1));
+  EXPECT_TRUE(Removes(*algo, std::nextafter(1.0 - 0.05, 0.0), 1));
+  EXPECT_TRUE(Removes(*algo, 1.0 + 0.05, 0));
+  EXPECT_FALSE(Removes(*algo, std::nextafter(1.0 + 0.05, 0.0), 0));
+  EXPECT_FALSE(Removes(*algo, 10.0 - 0.05, 0));
+  EXPECT_TRUE(Removes(*algo, std::nextafter(10.0 - 0.05, 0.0), 0));
+}
+
+TEST(JointabcProcess, FacesKeptByOneFaceAndTwoFace) {
+  auto algo = Make(2, 20, 2, 1);
+  EXPECT_TRUE(Removes(*algo, 1.0, 0));
+  EXPECT_FALSE(Removes(*algo, 1.0, 2));
+  const bool kept[4][3] = {
+      {false, false, false}, {true, true, false}, {true, false, true}, {false, true, true}};
+  for (uint32_t two_face = 0; two_face < 4; ++two_face) {
+    algo->two_face = two_face;
+    for (uint32_t face = 0; face < 3; ++face) {
+      EXPECT_EQ(Removes(*algo, 5.0, face), !kept[two_face][face]) << two_face << " " << face;
+    }
   }
 }
 
-TEST(JointabcProcess, ToleranceEdges) {
-  auto algo = Make("{}");
-  const double below_node1 = 1.0 - 0.05;
-  EXPECT_FALSE(Removes(*algo, below_node1, 1));
-  EXPECT_TRUE(Removes(*algo, std::nextafter(below_node1, 0.0), 1));
-  const double above_node1 = 1.0 + 0.05;
-  EXPECT_TRUE(Removes(*algo, above_node1, 0));
-  EXPECT_FALSE(Removes(*algo, std::nextafter(above_node1, 0.0), 0));
-  const double below_node2 = 10.0 - 0.05;
-  EXPECT_FALSE(Removes(*algo, below_node2, 0));
-  EXPECT_TRUE(Removes(*algo, std::nextafter(below_node2, 0.0), 0));
+// The node pair, then the two faces, as the algorithm holds them.
+std::string Held(const JointabcProcess& algo) {
+  return std::to_string(algo.node1) + " " + std::to_string(algo.node2) + " " +
+         std::to_string(algo.one_face) + " " + std::to_string(algo.two_face);
 }
 
-TEST(JointabcProcess, TwoFaceChoosesTheBandFaces) {
-  auto algo = Make(Params(2.0, 20.0, 2.0, 1.0));
-  EXPECT_TRUE(Removes(*algo, 1.0, 0));
-  EXPECT_FALSE(Removes(*algo, 1.0, 2));
-  EXPECT_FALSE(Removes(*algo, 5.0, 0));
-  EXPECT_FALSE(Removes(*algo, 5.0, 1));
-  EXPECT_TRUE(Removes(*algo, 5.0, 2));
-  EXPECT_TRUE(Removes(*algo, 5.0, 7));
-  algo->two_face = 2;
-  EXPECT_FALSE(Removes(*algo, 5.0, 0));
-  EXPECT_TRUE(Removes(*algo, 5.0, 1));
-  EXPECT_FALSE(Removes(*algo, 5.0, 2));
-  algo->two_face = 0;
-  EXPECT_TRUE(Removes(*algo, 5.0, 0));
-  EXPECT_TRUE(Removes(*algo, 5.0, 1));
-  EXPECT_TRUE(Removes(*algo, 5.0, 2));
-  EXPECT_FALSE(Removes(*algo, 20.0 - 0.05, 2));
-}
-
-TEST(JointabcProcess, MissingKeyChangesNothing) {
+TEST(JointabcProcess, ParameterMessagesAndWhatTheyKeep) {
+  const std::string defaults = "1.000000 10.000000 0 3";
   std::string output;
   auto algo =
       Make(R"({"jointabc_node1": 2, "jointabc_node2": 3, "jointabc_one_face": 1})", &output);
-  EXPECT_EQ(output, kInvalid);
-  EXPECT_EQ(algo->node1, 1.0);
-  EXPECT_EQ(algo->node2, 10.0);
-  EXPECT_EQ(algo->one_face, 0u);
-  EXPECT_EQ(algo->two_face, 3u);
-}
-
-TEST(JointabcProcess, NodeMessagesKeepBothNodesAndStillCheckFaces) {
-  std::string output;
-  auto algo = Make(Params(-1.0, 20.0, 1.0, 2.0), &output);
+  EXPECT_EQ(output, "[algo]:JointabcProcess param is invalid!\n");
+  EXPECT_EQ(Held(*algo), defaults);
+  // A bad node keeps both previous nodes; the faces are still read.
+  EXPECT_EQ(Held(*Make(-1, 20, 1, 2, &output)), "1.000000 10.000000 1 2");
   EXPECT_EQ(output, kNodeRange);
-  EXPECT_EQ(algo->node1, 1.0);
-  EXPECT_EQ(algo->node2, 10.0);
-  EXPECT_EQ(algo->one_face, 1u);
-  EXPECT_EQ(algo->two_face, 2u);
-
-  // A negative node is reported alone even when the nodes are also out of order.
-  algo = Make(Params(5.0, -1.0, 0.0, 1.0), &output);
+  Make(5, -1, 0, 1, &output);  // negative and out of order: only the range message
   EXPECT_EQ(output, kNodeRange);
-
-  algo = Make(Params(5.0, 4.0, 3.0, 4.0), &output);
-  EXPECT_EQ(output, std::string(kNodeOrder) + kOneFaceRange + kTwoFaceRange);
-  EXPECT_EQ(algo->node1, 1.0);
-  EXPECT_EQ(algo->node2, 10.0);
-  EXPECT_EQ(algo->one_face, 0u);
-  EXPECT_EQ(algo->two_face, 3u);
-
-  algo = Make(Params(4.0, 4.0, 0.0, 3.0), &output);
-  EXPECT_EQ(output, "");
-  EXPECT_EQ(algo->node1, 4.0);
-  EXPECT_EQ(algo->node2, 4.0);
-}
-
-TEST(JointabcProcess, FacesMustBeExactWholeValues) {
-  std::string output;
-  auto algo = Make(Params(1.0, 10.0, 1.5, 0.0), &output);
-  EXPECT_EQ(output, std::string(kOneFaceRange) + kTwoFaceRange);
-  EXPECT_EQ(algo->one_face, 0u);
-  EXPECT_EQ(algo->two_face, 3u);
-  algo = Make(Params(1.0, 10.0, 2.0, 1.0), &output);
-  EXPECT_EQ(output, "");
-  EXPECT_EQ(algo->one_face, 2u);
-  EXPECT_EQ(algo->two_face, 1u);
-  algo = Make(Params(1.0, 10.0, -1.0, 3.5), &output);
-  EXPECT_EQ(output, std::string(kOneFaceRange) + kTwoFaceRange);
+  EXPECT_EQ(Held(*Make(5, 4, 1.5, 4, &output)), defaults);
+  EXPECT_EQ(output, kNodeOrder + kOneFaceRange + kTwoFaceRange);
+  EXPECT_EQ(Held(*Make(4, 4, 2, 0, &output)), "4.000000 4.000000 2 3");
+  EXPECT_EQ(output, kTwoFaceRange);
+  Make(0, 0, -1, 3.5, &output);
+  EXPECT_EQ(output, kOneFaceRange + kTwoFaceRange);
 }
 
 }  // namespace
