@@ -31,8 +31,8 @@ class CalculateRotateAllPointCloud : public AlgoBase {
 
   bool x_forward = false;
   Vector3 trans = {0.0, 0.0, 0.0};
-  // pi/180 as the mounting tools compute it, in single precision; configurations are calibrated
-  // against this factor, so the exact double value would shift every point slightly.
+  // pi/180 rounded to single precision on purpose: configured mountings were calibrated with
+  // this factor, and the exact value would shift every point slightly.
   double deg_to_rad = static_cast<double>(static_cast<float>(3.14159265358979323846 / 180.0));
   double sin_x = 0.0;
   double cos_x = 1.0;
