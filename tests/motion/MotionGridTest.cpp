@@ -40,16 +40,5 @@ TEST(MotionGrid, AgreementNarrowsTheDifferenceAndScalesWithRange) {
   EXPECT_EQ(grid.Vote(0, 0.0, 1e9).agreeing, 0);
 }
 
-TEST(MotionGrid, CellsOfTheGrid) {
-  const MotionGrid grid(192, 3);
-  EXPECT_EQ(grid.ComputeGridID(30.0, 0, 0), 0);
-  EXPECT_EQ(grid.ComputeGridID(30.0 + 0.167 * 1.5, 2, 1), 1 + (1 + 720 * 2) * 3);
-  EXPECT_EQ(grid.ComputeGridID(150.2399, 191, 2), grid.CellCount() - 1);
-  EXPECT_EQ(grid.ComputeGridID(150.2399, 191, 3), MotionGrid::kNoCell);
-  EXPECT_EQ(grid.ComputeGridID(29.9999, 0, 0), MotionGrid::kNoCell);
-  EXPECT_EQ(grid.ComputeGridID(30.0, -0.5, 0), MotionGrid::kNoCell);
-  EXPECT_EQ(grid.ComputeGridID(1e300, 0, 0), MotionGrid::kNoCell);
-}
-
 }  // namespace
 }  // namespace velmar
