@@ -16,9 +16,9 @@ constexpr int32_t kMarloGridRows = 32;
 constexpr int32_t kMarlo128SubCells = 6;  // three faces for each half of the channels
 constexpr int32_t kMarlo128HSubCells = 4;
 constexpr uint32_t kBaseMirror = 0;
-// Marlo128 channels below this one use the upper three sub-cells.
-constexpr uint32_t kMarlo128UpperHalfFrom = 65;
-constexpr uint32_t kMarlo128UpperSubOffset = 3;
+// Marlo128 channels 1..64 take sub-cells 3..5 of their grid position, the others 0..2.
+constexpr uint32_t kMarlo128SecondHalfStart = 65;
+constexpr uint32_t kMarlo128FirstHalfSubOffset = 3;
 
 constexpr float kFarRedundLimit = 500.0f;
 constexpr float kMarloRedundLimit = 50.0f;
@@ -60,7 +60,8 @@ UndistortPoint::UndistortPoint(const std::string& name, const std::string& desc,
   const bool marlo =
       model_ == Model::kMarlo256 || model_ == Model::kMarlo128H || model_ == Model::kMarlo128;
   dis_redund_thred = marlo ? kMarloRedundLimit : kFarRedundLimit;
-  // Any return of a Marlo cell may become a reference; elsewhere only base-face returns do.
+  // Room for one reference per cell on the Marlo models and one per grid position (the base
+  // face's) on the others, so that a revolution of ordinary size never grows the list.
   const int32_t per_revolution = marlo ? grid_.CellCount() : grid_.CellCount() / SubCellsFor(type);
   references_.reserve(static_cast<std::size_t>(per_revolution));
 }
@@ -119,8 +120,8 @@ int32_t UndistortPoint::ComputeGridIDMarlo128H(double hor_angle, uint32_t channe
       break;
     case Model::kMarlo128:
       row = marlo::kRows128[index];
-      sub = channel < kMarlo128UpperHalfFrom ? int64_t{mirror} + kMarlo128UpperSubOffset
-                                             : int64_t{mirror};
+      sub = channel < kMarlo128SecondHalfStart ? int64_t{mirror} + kMarlo128FirstHalfSubOffset
+                                               : int64_t{mirror};
       break;
     default:
       return MotionGrid::kNoCell;
