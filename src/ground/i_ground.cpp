@@ -26,9 +26,12 @@ constexpr int kOffsetsPerCandidate = 4;
 constexpr int kMaxCompareRadius = 16;  // fine cells
 // A grid finer than this per side is a configuration error rather than a wish.
 constexpr uint32_t kMaxGridsFine = 4096;
-// A cell without a plane borrows one only from this many fitted neighbours or more, and only when
-// at least this share of its own samples lie on the borrowed plane.
+// A cell without a plane borrows one from its neighbours when at least this share of its own
+// samples lie on the borrowed plane, and either it has nr_inliers_min_threshold samples of its
+// own to judge by or this many fitted neighbours vouch for the plane.
 constexpr int kMinFillNeighbours = 3;
+// Fills spread at most this many cells from the fitted ones.
+constexpr int kMaxFillPasses = 3;
 constexpr float kFillAgreementShare = 0.5f;
 constexpr float kEmptyCell = std::numeric_limits<float>::infinity();
 
@@ -530,51 +533,68 @@ void PlaneFitGroundDetector::SmoothPass() {
 }
 
 // A cell left without a plane (too few samples, or a rejected fit) borrows the mean plane of its
-// fitted neighbours when they agree with one another and, if the cell has samples of its own,
-// when enough of those lie on it. Only fitted planes are borrowed from, so fills never chain.
+// neighbours when they agree with one another and enough of its own samples lie on it. A cell
+// with too few samples to judge by borrows only from fitted neighbours, and only from several;
+// a cell with samples of its own may borrow from filled neighbours too, so a fill reaches across
+// sparse or shadowed cells only as far as their own returns confirm it.
 void PlaneFitGroundDetector::FillFromNeighbours(const float* points, unsigned dim) {
-  const float threshold = param_.planefit_dist_threshold_far;
-  for (int row = 0; row < coarse_cells_; ++row) {
-    for (int column = 0; column < coarse_cells_; ++column) {
-      const int index = row * coarse_cells_ + column;
-      if (planes_[index].origin != kPlaneNone) {
-        continue;
+  for (int pass = 0; pass < kMaxFillPasses; ++pass) {
+    std::copy(planes_.begin(), planes_.end(), scratch_.begin());
+    bool filled_any = false;
+    for (int index = 0; index < coarse_cells_ * coarse_cells_; ++index) {
+      if (scratch_[index].origin == kPlaneNone && BorrowPlane(index, points, dim)) {
+        filled_any = true;
       }
-      const Cell& cell = cells_[index];
-      PlaneBlend blend;
-      float lowest = kEmptyCell;
-      float highest = -kEmptyCell;
-      for (int r = std::max(row - 1, 0); r <= std::min(row + 1, coarse_cells_ - 1); ++r) {
-        for (int c = std::max(column - 1, 0); c <= std::min(column + 1, coarse_cells_ - 1); ++c) {
-          const GroundPlane& other = planes_[r * coarse_cells_ + c];
-          if (other.origin == kPlaneFitted) {
-            const float height = HeightAt(other, cell.center_x, cell.center_y);
-            lowest = std::min(lowest, height);
-            highest = std::max(highest, height);
-            blend.Add(other, height);
-          }
-        }
-      }
-      if (blend.count < kMinFillNeighbours || highest - lowest > threshold) {
-        continue;
-      }
-      GroundPlane filled = blend.Result(cell.center_x, cell.center_y);
-      const float normal[3] = {filled.a, filled.b, filled.c};
-      const uint32_t first = sample_start_[index];
-      const uint32_t samples = sample_start_[index + 1] - first;
-      uint32_t agreeing = 0;
-      for (uint32_t k = 0; k < samples; ++k) {
-        const float* point = points + static_cast<std::size_t>(sample_index_[first + k]) * dim;
-        agreeing += std::fabs(Dot3(normal, point) + filled.d) <= threshold ? 1u : 0u;
-      }
-      if (static_cast<float>(agreeing) < kFillAgreementShare * static_cast<float>(samples)) {
-        continue;
-      }
-      filled.origin = kPlaneFilled;
-      filled.support = static_cast<uint32_t>(blend.count);
-      planes_[index] = filled;
+    }
+    if (!filled_any) {
+      return;
     }
   }
+}
+
+// Fills planes_[index] from the neighbour planes of scratch_ when that is sound.
+bool PlaneFitGroundDetector::BorrowPlane(int index, const float* points, unsigned dim) {
+  const float threshold = param_.planefit_dist_threshold_far;
+  const int row = index / coarse_cells_;
+  const int column = index % coarse_cells_;
+  const Cell& cell = cells_[index];
+  PlaneBlend blend;
+  int fitted = 0;
+  float lowest = kEmptyCell;
+  float highest = -kEmptyCell;
+  for (int r = std::max(row - 1, 0); r <= std::min(row + 1, coarse_cells_ - 1); ++r) {
+    for (int c = std::max(column - 1, 0); c <= std::min(column + 1, coarse_cells_ - 1); ++c) {
+      const GroundPlane& other = scratch_[r * coarse_cells_ + c];
+      if (other.origin != kPlaneNone) {
+        const float height = HeightAt(other, cell.center_x, cell.center_y);
+        lowest = std::min(lowest, height);
+        highest = std::max(highest, height);
+        blend.Add(other, height);
+        fitted += other.origin == kPlaneFitted ? 1 : 0;
+      }
+    }
+  }
+  const uint32_t first = sample_start_[index];
+  const uint32_t samples = sample_start_[index + 1] - first;
+  const bool own_evidence = samples >= param_.nr_inliers_min_threshold;
+  if (blend.count == 0 || (!own_evidence && fitted < kMinFillNeighbours) ||
+      highest - lowest > threshold) {
+    return false;
+  }
+  GroundPlane filled = blend.Result(cell.center_x, cell.center_y);
+  const float normal[3] = {filled.a, filled.b, filled.c};
+  uint32_t agreeing = 0;
+  for (uint32_t k = 0; k < samples; ++k) {
+    const float* point = points + static_cast<std::size_t>(sample_index_[first + k]) * dim;
+    agreeing += std::fabs(Dot3(normal, point) + filled.d) <= threshold ? 1u : 0u;
+  }
+  if (static_cast<float>(agreeing) < kFillAgreementShare * static_cast<float>(samples)) {
+    return false;
+  }
+  filled.origin = kPlaneFilled;
+  filled.support = static_cast<uint32_t>(blend.count);
+  planes_[index] = filled;
+  return true;
 }
 
 }  // namespace velmar

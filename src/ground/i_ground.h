@@ -96,6 +96,7 @@ class PlaneFitGroundDetector {
   void RejectLeaningPlanes();
   void SmoothPass();
   void FillFromNeighbours(const float* points, unsigned dim);
+  bool BorrowPlane(int index, const float* points, unsigned dim);
   float HeightAt(const GroundPlane& plane, float x, float y) const;
 
   PlaneFitGroundDetectorParam param_;
