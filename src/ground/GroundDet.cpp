@@ -16,8 +16,6 @@ constexpr double kMaxRange = 40.0;
 constexpr double kFitStartAngle = 150.0;
 constexpr uint32_t kReferenceMirror = 0;
 constexpr uint32_t kReferenceEcho = 1;
-// Planes per side beyond this cannot be a sound grid; the grid is then left absent.
-constexpr uint64_t kMaxPlaneRecords = uint64_t{1} << 26;
 
 bool IsReferenceReturn(const _ori_point& p) {
   return p.mirror == kReferenceMirror && p.echo == kReferenceEcho;
@@ -76,9 +74,9 @@ bool GroundDet::Init() {
   point_coords.resize(static_cast<std::size_t>(p.nr_points_max) * 3);
   point_heights.resize(p.nr_points_max);
   collected.reserve(p.nr_points_max);
-  const uint64_t records = static_cast<uint64_t>(p.nr_grids_coarse) * p.nr_grids_coarse;
+  const std::size_t records = static_cast<std::size_t>(p.nr_grids_coarse) * p.nr_grids_coarse;
   plane_grid.reset();
-  if (records != 0 && records <= kMaxPlaneRecords) {
+  if (records != 0 && p.nr_grids_coarse <= kMaxGridCellsPerSide) {
     plane_grid.reset(new (std::nothrow) GroundPlane[records]());
   }
   return plane_grid != nullptr;

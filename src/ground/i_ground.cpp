@@ -12,7 +12,8 @@ namespace {
 
 // Same seed for every Detect: a frame's planes depend on that frame alone.
 constexpr uint32_t kSeed = 20260611u;
-constexpr float kDegToRad = 3.14159265358979f / 180.0f;
+constexpr double kPi = 3.14159265358979323846;
+constexpr float kDegToRad = static_cast<float>(kPi / 180.0);
 // Whatever the terrain, a plane leaning further than this from the sensor's vertical axis is a
 // wall or a car side, never ground; it bounds the hypotheses before the finer orientation check.
 constexpr float kMaxGroundTiltDeg = 30.0f;
@@ -24,8 +25,10 @@ constexpr float kMinSpreadRatio = 4.0f;
 // Nearby fine cells listed per z-comparison candidate, so that empty cells can be skipped.
 constexpr int kOffsetsPerCandidate = 4;
 constexpr int kMaxCompareRadius = 16;  // fine cells
-// A grid finer than this per side is a configuration error rather than a wish.
-constexpr uint32_t kMaxGridsFine = 4096;
+// Beyond these the extra work buys nothing: the search keeps its best plane and smoothing has
+// long settled. They keep a wild configuration from stalling the host's thread.
+constexpr int kMaxHypotheses = 1000;
+constexpr int kMaxSmoothPasses = 100;
 // A cell without a plane borrows one from its neighbours when at least this share of its own
 // samples lie on the borrowed plane, and either it has nr_inliers_min_threshold samples of its
 // own to judge by or this many fitted neighbours vouch for the plane.
@@ -116,7 +119,7 @@ bool PlaneFitGroundDetector::Init() {
   }
   const float extent_x = param_.roi_region_rad_x - param_.roi_region_rad_x_min;
   const float extent_y = param_.roi_region_rad_y - param_.roi_region_rad_y_min;
-  if (!(extent_x > 0.0f && extent_y > 0.0f) || param_.nr_grids_fine > kMaxGridsFine) {
+  if (!(extent_x > 0.0f && extent_y > 0.0f) || param_.nr_grids_fine > kMaxGridCellsPerSide) {
     return false;
   }
   fine_cells_ = static_cast<int>(param_.nr_grids_fine);
@@ -126,6 +129,7 @@ bool PlaneFitGroundDetector::Init() {
   coarse_size_x_ = extent_x / static_cast<float>(coarse_cells_);
   coarse_size_y_ = extent_y / static_cast<float>(coarse_cells_);
   max_tilt_cos_ = std::cos(kMaxGroundTiltDeg * kDegToRad);
+  orientation_cos_ = std::cos(param_.planefit_orien_threshold * kDegToRad);
   AllocateGrids();
   BuildNeighbourOffsets();
   Reserve(param_.nr_points_max);
@@ -142,9 +146,6 @@ void PlaneFitGroundDetector::AllocateGrids() {
   touched_fine_.reserve(fine_total);
   sample_start_.assign(coarse_total + 1, 0);
   sample_fill_.assign(coarse_total, 0);
-  const uint32_t samples_max = param_.nr_samples_max_threshold;
-  cell_xyz_.assign(static_cast<std::size_t>(samples_max) * 3, 0.0f);
-  inlier_.assign(samples_max, 0);
   planes_.assign(coarse_total, GroundPlane());
   scratch_.assign(coarse_total, GroundPlane());
   cells_.resize(coarse_total);
@@ -168,7 +169,7 @@ void PlaneFitGroundDetector::AllocateGrids() {
 // nr_z_comp_candis non-empty cells are usually found among them.
 void PlaneFitGroundDetector::BuildNeighbourOffsets() {
   const double wanted = static_cast<double>(param_.nr_z_comp_candis) * kOffsetsPerCandidate;
-  int radius = static_cast<int>(std::ceil(std::sqrt(wanted / 3.14159265358979))) + 1;
+  int radius = static_cast<int>(std::ceil(std::sqrt(wanted / kPi))) + 1;
   radius = std::min({radius, kMaxCompareRadius, fine_cells_ - 1});
   struct Offset {
     int dx;
@@ -199,6 +200,12 @@ void PlaneFitGroundDetector::Reserve(unsigned count) {
     return_coarse_.resize(count);
     sample_index_.resize(count);
   }
+  // A cell never holds more samples than the frame has returns.
+  const std::size_t cell_samples = std::min(param_.nr_samples_max_threshold, count);
+  if (cell_samples > inlier_.size()) {
+    cell_xyz_.resize(cell_samples * 3);
+    inlier_.resize(cell_samples);
+  }
 }
 
 bool PlaneFitGroundDetector::Detect(const float* points, unsigned count, unsigned dim) {
@@ -216,7 +223,8 @@ bool PlaneFitGroundDetector::Detect(const float* points, unsigned count, unsigne
     FitCell(cell, points, dim);
   }
   RejectLeaningPlanes();
-  for (int pass = 0; pass < param_.nr_smooth_iter; ++pass) {
+  const int smooth_passes = std::min(param_.nr_smooth_iter, kMaxSmoothPasses);
+  for (int pass = 0; pass < smooth_passes; ++pass) {
     SmoothPass();
   }
   FillFromNeighbours(points, dim);
@@ -378,7 +386,8 @@ bool PlaneFitGroundDetector::FindBestHypothesis(unsigned n, float threshold, flo
                                                 float* offset) {
   const float enough = param_.termi_inlier_percen_threshold * static_cast<float>(n);
   unsigned best = 0;
-  for (int iter = 0; iter < param_.nr_ransac_iter_threshold; ++iter) {
+  const int iterations = std::min(param_.nr_ransac_iter_threshold, kMaxHypotheses);
+  for (int iter = 0; iter < iterations; ++iter) {
     const unsigned i0 = rng_() % n;
     const unsigned i1 = rng_() % n;
     const unsigned i2 = rng_() % n;
@@ -478,10 +487,9 @@ void PlaneFitGroundDetector::RejectLeaningPlanes() {
   if (!(length > 0.0f)) {
     return;
   }
-  const float min_cos = std::cos(param_.planefit_orien_threshold * kDegToRad);
   for (GroundPlane& plane : planes_) {
     const float normal[3] = {plane.a, plane.b, plane.c};
-    if (plane.origin == kPlaneFitted && Dot3(normal, mean) / length < min_cos) {
+    if (plane.origin == kPlaneFitted && Dot3(normal, mean) / length < orientation_cos_) {
       plane = GroundPlane();
     }
   }
@@ -496,7 +504,6 @@ float PlaneFitGroundDetector::HeightAt(const GroundPlane& plane, float x, float 
 // or a step disagree in height and are left out, so smoothing does not round real edges.
 void PlaneFitGroundDetector::SmoothPass() {
   std::copy(planes_.begin(), planes_.end(), scratch_.begin());
-  const float min_cos = std::cos(param_.planefit_orien_threshold * kDegToRad);
   for (int row = 0; row < coarse_cells_; ++row) {
     for (int column = 0; column < coarse_cells_; ++column) {
       const int index = row * coarse_cells_ + column;
@@ -518,7 +525,7 @@ void PlaneFitGroundDetector::SmoothPass() {
           const float other_normal[3] = {other.a, other.b, other.c};
           const float height = HeightAt(other, cell.center_x, cell.center_y);
           if (std::fabs(height - self_height) <= cell.inlier_threshold &&
-              Dot3(self_normal, other_normal) >= min_cos) {
+              Dot3(self_normal, other_normal) >= orientation_cos_) {
             blend.Add(other, height);
           }
         }

@@ -9,6 +9,10 @@
 
 namespace velmar {
 
+// Grids finer than this per side are a configuration error rather than a wish; a detector
+// refuses them at Init and ground detection keeps no plane grid for them.
+constexpr uint32_t kMaxGridCellsPerSide = 1024;
+
 // How a cell came by its plane.
 enum PlaneOrigin : uint8_t {
   kPlaneNone = 0,
@@ -109,7 +113,8 @@ class PlaneFitGroundDetector {
   float fine_size_y_ = 0.0f;
   float coarse_size_x_ = 0.0f;
   float coarse_size_y_ = 0.0f;
-  float max_tilt_cos_ = 0.0f;
+  float max_tilt_cos_ = 0.0f;     // hypotheses leaning further are no ground
+  float orientation_cos_ = 0.0f;  // planes leaning further from the frame's ground are dropped
 
   // Per return: fine and coarse cell, or -1 outside the sampled region.
   std::vector<int32_t> return_fine_;

@@ -233,6 +233,22 @@ TEST(GroundDet, InvalidDetectorSetIsReportedAtTheFirstFrameAndClassifiesNothing)
   EXPECT_EQ(frame.back().label, kUntouchedLabel);
 }
 
+TEST(GroundDet, GridsOfNoOrAbsurdSizeClassifyNothingAndNeverCrash) {
+  for (const char* params : {R"({"nr_grids_coarse": 0})", R"({"nr_grids_coarse": 70000})",
+                             R"({"roi_region_rad_x_min": 72})"}) {
+    auto det = MakeGroundDet(params);
+    testing::internal::CaptureStderr();
+    for (int sweep = 0; sweep < 2; ++sweep) {
+      std::vector<_ori_point> frame = RevolutionStart();
+      AddGround(frame, static_cast<uint32_t>(sweep));
+      test::CaptureOutput([&] { det->Process(frame); });
+      EXPECT_EQ(frame.back().label, kUntouchedLabel) << params;
+      EXPECT_GT(frame.back().distance, 0.0) << params;
+    }
+    testing::internal::GetCapturedStderr();
+  }
+}
+
 TEST(GroundDet, RemovesGroundThroughAConfiguredMarlo128Pipeline) {
   const std::string config = test::WriteTempFile(R"({"version": "2.0.6", "algo_list": [
       {"id": 35, "enabled": true, "name": "ground", "desc": "", "lidar_type": [],

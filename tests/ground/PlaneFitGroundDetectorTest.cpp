@@ -300,5 +300,22 @@ TEST(PlaneFitGroundDetector, AcceptsAnyCountStrideAndBadCoordinates) {
   EXPECT_EQ(detector.GetGroundPlane(0, 16), nullptr);
 }
 
+TEST(PlaneFitGroundDetector, WildButValidSettingsNeitherStallNorAllocateWithoutBound) {
+  PlaneFitGroundDetectorParam huge_grid;
+  huge_grid.nr_grids_fine = 100000;
+  PlaneFitGroundDetector refused(huge_grid);
+  EXPECT_FALSE(refused.Init());
+  PlaneFitGroundDetectorParam endless;
+  endless.nr_smooth_iter = 2000000000;
+  endless.nr_ransac_iter_threshold = 2000000000;
+  endless.nr_z_comp_candis = 4000000000u;
+  endless.nr_samples_max_threshold = 4000000000u;
+  PlaneFitGroundDetector detector = MakeDetector(endless);
+  std::vector<float> xyz;
+  AddGround(xyz, {0, 0, -2}, 0, 0, kCell, 0.5f);
+  ASSERT_TRUE(Detect(detector, xyz));
+  EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
+}
+
 }  // namespace
 }  // namespace velmar
