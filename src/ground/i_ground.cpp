@@ -119,7 +119,9 @@ bool PlaneFitGroundDetector::Init() {
   }
   const float extent_x = param_.roi_region_rad_x - param_.roi_region_rad_x_min;
   const float extent_y = param_.roi_region_rad_y - param_.roi_region_rad_y_min;
-  if (!(extent_x > 0.0f && extent_y > 0.0f) || param_.nr_grids_fine > kMaxGridCellsPerSide) {
+  const bool extents_usable =
+      extent_x > 0.0f && extent_y > 0.0f && std::isfinite(extent_x) && std::isfinite(extent_y);
+  if (!extents_usable || param_.nr_grids_fine > kMaxGridCellsPerSide) {
     return false;
   }
   fine_cells_ = static_cast<int>(param_.nr_grids_fine);
@@ -286,7 +288,8 @@ void PlaneFitGroundDetector::SelectCandidateCells() {
 }
 
 // The lowest return of a fine cell is a ground candidate unless it stands well above too many of
-// the nearest candidates: then the cell holds only the underside of a car, a bush or a wall foot.
+// the nearest candidates: then the cell holds only a car's body, a bush or the top of a low wall,
+// with no ground seen beneath.
 bool PlaneFitGroundDetector::IsCandidateCell(int fine) const {
   const int fx = fine % fine_cells_;
   const int fy = fine / fine_cells_;
@@ -408,7 +411,7 @@ bool PlaneFitGroundDetector::FindBestHypothesis(unsigned n, float threshold, flo
       std::copy(candidate, candidate + 3, normal);
       *offset = candidate_offset;
     }
-    if (static_cast<float>(best) >= enough) {
+    if (best > 0 && static_cast<float>(best) >= enough) {
       break;
     }
   }

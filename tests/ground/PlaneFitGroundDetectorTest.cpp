@@ -305,6 +305,10 @@ TEST(PlaneFitGroundDetector, WildButValidSettingsNeitherStallNorAllocateWithoutB
   huge_grid.nr_grids_fine = 100000;
   PlaneFitGroundDetector refused(huge_grid);
   EXPECT_FALSE(refused.Init());
+  PlaneFitGroundDetectorParam unbounded;
+  unbounded.roi_region_rad_x_min = -std::numeric_limits<float>::infinity();
+  PlaneFitGroundDetector unusable(unbounded);
+  EXPECT_FALSE(unusable.Init());
   PlaneFitGroundDetectorParam endless;
   endless.nr_smooth_iter = 2000000000;
   endless.nr_ransac_iter_threshold = 2000000000;
