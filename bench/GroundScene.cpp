@@ -157,7 +157,11 @@ LabelledFrame CastFrame(const Scene& scene, uint32_t seed) {
       p.echo = 1;
       frame.points.push_back(p);
       frame.is_ground.push_back(ground ? 1 : 0);
-      frame.true_height.push_back(static_cast<float>(p.z - GroundZ(scene, p.x, p.y)));
+      // The curb face stands on the road: its height is measured from the road's side.
+      const bool on_face =
+          scene.curb_height != 0.0 && !ground && std::fabs(p.x - scene.curb_x) < 0.05;
+      const double below_x = on_face ? scene.curb_x - 1.0 : p.x;
+      frame.true_height.push_back(static_cast<float>(p.z - GroundZ(scene, below_x, p.y)));
     }
   }
   return frame;
