@@ -135,7 +135,10 @@ TEST_F(CloseRangeNoiseFilterTest, HighMarkerStopsLaterLowMarkersToo) {
 TEST_F(CloseRangeNoiseFilterTest, ChannelRangeSetsTheGuardedPositions) {
   filter = test::MakeAlgoAs<CloseRangeNoiseFilter>(20, LIDAR_QUILL_A4,
                                                    R"({"filter_channel_range": 2.5})");
-  frame[4].distance = 1.0;        // needs channel >= 3.5
+  frame[3].distance = 1.0;  // above the range but below range + 1
+  EXPECT_TRUE(Deleted().empty());
+  frame[3].distance = kFar;
+  frame[4].distance = 1.0;
   frame[64 + 60].distance = 1.0;  // needs 42 <= channel < 61.5; guards from position 61
   EXPECT_EQ(Deleted(), (Indices{0, 1, 2, 125, 126, 127}));
 }
