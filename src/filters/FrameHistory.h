@@ -18,15 +18,14 @@ class FrameHistory {
   explicit FrameHistory(std::size_t capacity) : slots_(capacity) {}
 
   std::size_t Size() const { return size_; }
-  bool IsFull() const { return size_ == slots_.size(); }
 
   // The frame `age` places after the oldest one.
   const Frame& At(std::size_t age) const { return slots_[SlotOf(age)]; }
 
   // Appends a copy of `frame`. The history must not be full.
   void PushCopy(const Frame& frame);
-  // Appends `frame` by taking over its storage; `frame` is left holding a spare buffer of
-  // unspecified contents. The history must not be full.
+  // Appends `frame` by taking over its storage; `frame` is left holding a spare buffer whose
+  // contents mean nothing. The history must not be full.
   void PushTakingOver(Frame& frame);
 
   void DropOldest();

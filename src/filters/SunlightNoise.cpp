@@ -10,12 +10,12 @@
 namespace velmar {
 namespace {
 
-// Echoes at least this strong are trusted without looking for support. These stay fixed: the
+// Echoes stronger than this are trusted without looking for support. These stay fixed: the
 // configured reflect thresholds are recorded but deliberately do not steer the filter.
 constexpr double kStrongSecondEcho = 100.0;
 constexpr double kStrongFirstEcho = 400.0;
 
-// Points one column apart in the frame; the sensors of this filter fire 128 channels per column.
+// The same channel one column earlier or later lies this many points away in the frame.
 constexpr std::size_t kColumnStride = 128;
 
 constexpr bool kWithPulseTest = true;
