@@ -26,8 +26,8 @@ class SunlightNoise : public AlgoBase {
   static constexpr std::size_t kWindowFrames = 10;
 
   double energy_floor = 70.0;  // weaker points are deleted, weaker neighbours give no support
-  double min_range_tolerance =
-      0.1;  // running minimum of the range tolerance, for the object's life
+  // Running minimum of the range tolerance; it lives as long as the object, across cache clears.
+  double min_range_tolerance = 0.1;
   double pulse_tolerance = 3.0;
   double range_factor_a = 0.00942463843;  // range tolerance = distance * a * b
   double range_factor_b = 1.0;
