@@ -5,6 +5,7 @@
 #ifndef VELMAR_TOOLS_SIM_SENSOR_MODEL_H
 #define VELMAR_TOOLS_SIM_SENSOR_MODEL_H
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -63,6 +64,8 @@ struct SensorModel {
   std::vector<double> elevationDeg;  // per channel index (0-based), degrees above horizontal
 
   GhostRule ghostRule;
+  // Channel numbers of each group, for GhostRule::kChannelGroups.
+  std::vector<std::array<uint32_t, 3>> channelGroups;
   std::vector<FixedEchoWindow> fixedEchoes;
 
   // Derived layout.
