@@ -46,12 +46,13 @@ FrameBuilder::FrameBuilder(const SensorModel& model, const NoiseSettings& noise,
     : model_(model),
       noise_(noise),
       seed_(seed),
-      rng_(seed),
       cosEl_(model.channels),
       sinEl_(model.channels),
       groupOfChannel_(model.firstChannel + model.channels, -1),
       beams_(model.channels),
-      previous_(model.channels) {
+      previous_(model.channels),
+      edgeNow_(model.channels),
+      edgePrevious_(model.channels) {
   for (uint32_t i = 0; i < model.channels; ++i) {
     cosEl_[i] = std::cos(model.elevationDeg[i] * kDegToRad);
     sinEl_[i] = std::sin(model.elevationDeg[i] * kDegToRad);
@@ -66,7 +67,11 @@ FrameBuilder::FrameBuilder(const SensorModel& model, const NoiseSettings& noise,
 }
 
 void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& frame) {
-  rng_ = Rng(StreamSeed(seed_, index));
+  const uint64_t frameSeed = StreamSeed(seed_, index);
+  surfaceRng_ = Rng(frameSeed);
+  for (std::size_t k = 0; k < kNoiseKindCount; ++k) {
+    noiseRng_[k] = Rng(StreamSeed(frameSeed, k + 1));
+  }
   frame.assign(model_.PointsPerFrame(), _ori_point{});
   const double frameStart = index * model_.FramePeriodSec();
   std::size_t base = 0;
@@ -97,6 +102,8 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
       }
       AddEdgeEchoes(col, frame);
       AddGhosts(col, frame);
+      edgePrevious_.swap(edgeNow_);
+      std::fill(edgeNow_.begin(), edgeNow_.end(), 0);
       if (column > 0) {
         AddDrag(col, frame);
       }
@@ -112,19 +119,19 @@ FrameBuilder::Return FrameBuilder::SurfaceReturn(const SurfaceHit& hit) {
   if (hit.range <= 0.0) {
     return ret;
   }
-  ret.range = std::max(0.05, hit.range + kRangeNoiseSigma * rng_.Normal());
+  ret.range = std::max(0.05, hit.range + kRangeNoiseSigma * surfaceRng_.Normal());
   ret.truth = EncodeTruth(hit.kind, hit.moving);
   if (hit.retro) {
-    ret.pulse = rng_.Uniform(kRetroPulseLow, kRetroPulseHigh);
+    ret.pulse = surfaceRng_.Uniform(kRetroPulseLow, kRetroPulseHigh);
     ret.intensity = kMaxIntensity;
     return ret;
   }
   const double r = std::max(hit.range, 0.5);
   const double energy = hit.reflectivity * kPulseEnergyScale / (r * r);
-  ret.pulse = Clamp(kPulseFloor + kPulseGain * std::log1p(energy) + 0.5 * rng_.Normal(), kMinPulse,
-                    kMaxDiffusePulse);
-  ret.intensity =
-      Clamp(hit.reflectivity * kMaxIntensity * (1.0 + 0.05 * rng_.Normal()), 1.0, kMaxIntensity);
+  ret.pulse = Clamp(kPulseFloor + kPulseGain * std::log1p(energy) + 0.5 * surfaceRng_.Normal(),
+                    kMinPulse, kMaxDiffusePulse);
+  ret.intensity = Clamp(hit.reflectivity * kMaxIntensity * (1.0 + 0.05 * surfaceRng_.Normal()), 1.0,
+                        kMaxIntensity);
   return ret;
 }
 
@@ -137,39 +144,47 @@ void FrameBuilder::AddBeamNoise(const Column& col, uint32_t channelIndex, Return
   // Drops and fog are only seen in front of the target; the detector-side kinds replace the
   // return whatever lies behind them.
   auto inFront = [&ret](double range) { return ret.range <= 0.0 || range < ret.range; };
-  if (rng_.Chance(Rate(NoiseKind::kFog))) {
-    const double range = rng_.Uniform(0.3, 6.0);
+  if (Happens(NoiseKind::kFog)) {
+    Rng& rng = NoiseRng(NoiseKind::kFog);
+    const double range = rng.Uniform(0.3, 6.0);
+    const Return fog{range, rng.Uniform(1.0, 4.0), rng.Uniform(1.0, 6.0),
+                     EncodeTruth(TruthKind::kFog, false)};
     if (inFront(range)) {
-      ret = {range, rng_.Uniform(1.0, 4.0), rng_.Uniform(1.0, 6.0),
-             EncodeTruth(TruthKind::kFog, false)};
+      ret = fog;
     }
   }
-  if (rng_.Chance(Rate(NoiseKind::kRain))) {
-    const double u = rng_.Uniform();
+  if (Happens(NoiseKind::kRain)) {
+    Rng& rng = NoiseRng(NoiseKind::kRain);
+    const double u = rng.Uniform();
     const double range = 0.5 + 14.5 * u * u;
+    const Return drop{range, rng.Uniform(1.0, 5.0), rng.Uniform(1.0, 10.0),
+                      EncodeTruth(TruthKind::kRain, false)};
     if (inFront(range)) {
-      ret = {range, rng_.Uniform(1.0, 5.0), rng_.Uniform(1.0, 10.0),
-             EncodeTruth(TruthKind::kRain, false)};
+      ret = drop;
     }
   }
-  if (rng_.Chance(Rate(NoiseKind::kSunlight))) {
-    ret = {rng_.Uniform(0.3, 30.0), rng_.Uniform(1.0, 6.0), rng_.Uniform(1.0, 8.0),
+  if (Happens(NoiseKind::kSunlight)) {
+    Rng& rng = NoiseRng(NoiseKind::kSunlight);
+    ret = {rng.Uniform(0.3, 30.0), rng.Uniform(1.0, 6.0), rng.Uniform(1.0, 8.0),
            EncodeTruth(TruthKind::kSunlight, false)};
   }
-  if (rng_.Chance(Rate(NoiseKind::kInterference))) {
-    ret = {rng_.Uniform(1.0, 0.75 * model_.maxRange), rng_.Uniform(3.0, 25.0),
-           rng_.Uniform(5.0, 80.0), EncodeTruth(TruthKind::kInterference, false)};
+  if (Happens(NoiseKind::kInterference)) {
+    Rng& rng = NoiseRng(NoiseKind::kInterference);
+    ret = {rng.Uniform(1.0, 0.75 * model_.maxRange), rng.Uniform(3.0, 25.0), rng.Uniform(5.0, 80.0),
+           EncodeTruth(TruthKind::kInterference, false)};
   }
   const uint32_t channel = model_.ChannelNumber(channelIndex);
   for (const FixedEchoWindow& w : model_.fixedEchoes) {
     if (channel >= w.firstChannel && channel <= w.lastChannel && col.angleDeg >= w.firstAngleDeg &&
-        col.angleDeg <= w.lastAngleDeg && rng_.Chance(Rate(NoiseKind::kFixedEcho))) {
-      ret = {rng_.Uniform(w.nearRange, w.farRange), rng_.Uniform(3.0, 12.0),
-             rng_.Uniform(2.0, 20.0), EncodeTruth(TruthKind::kFixedEcho, false)};
+        col.angleDeg <= w.lastAngleDeg && Happens(NoiseKind::kFixedEcho)) {
+      Rng& rng = NoiseRng(NoiseKind::kFixedEcho);
+      ret = {rng.Uniform(w.nearRange, w.farRange), rng.Uniform(3.0, 12.0), rng.Uniform(2.0, 20.0),
+             EncodeTruth(TruthKind::kFixedEcho, false)};
     }
   }
-  if (IsEdgeChannel(channelIndex) && rng_.Chance(Rate(NoiseKind::kCloseRange))) {
-    ret = {rng_.Uniform(0.3, 5.0), rng_.Uniform(1.0, 5.5), rng_.Uniform(1.0, 10.0),
+  if (IsEdgeChannel(channelIndex) && Happens(NoiseKind::kCloseRange)) {
+    Rng& rng = NoiseRng(NoiseKind::kCloseRange);
+    ret = {rng.Uniform(0.3, 5.0), rng.Uniform(1.0, 5.5), rng.Uniform(1.0, 10.0),
            EncodeTruth(TruthKind::kCloseRange, false)};
   }
 }
@@ -217,9 +232,10 @@ void FrameBuilder::AddEdgeEchoes(const Column& col, std::vector<_ori_point>& fra
       continue;
     }
     for (uint32_t ch = side.firstEdge; ch < side.firstEdge + kEdgeChannels; ++ch) {
-      if (rng_.Chance(rate)) {
-        const Return ret{nearest + rng_.Uniform(5.5, 30.0), rng_.Uniform(2.0, 10.0),
-                         rng_.Uniform(1.0, 12.0), EncodeTruth(TruthKind::kCloseRange, false)};
+      if (Happens(NoiseKind::kCloseRange)) {
+        Rng& rng = NoiseRng(NoiseKind::kCloseRange);
+        const Return ret{nearest + rng.Uniform(5.5, 30.0), rng.Uniform(2.0, 10.0),
+                         rng.Uniform(1.0, 12.0), EncodeTruth(TruthKind::kCloseRange, false)};
         WritePoint(col, ch, ret, frame[col.base + ch]);
       }
     }
@@ -233,7 +249,7 @@ void FrameBuilder::AddGhosts(const Column& col, std::vector<_ori_point>& frame) 
   for (uint32_t ch = 0; ch < model_.channels; ++ch) {
     const _ori_point& p = frame[col.base + ch];
     if (TruthKindOf(p) == TruthKind::kReal && p.pulse_width > kStrongPulse &&
-        rng_.Chance(Rate(NoiseKind::kGhost))) {
+        Happens(NoiseKind::kGhost)) {
       AddGhost(col, ch, p.distance, frame);
     }
   }
@@ -241,6 +257,7 @@ void FrameBuilder::AddGhosts(const Column& col, std::vector<_ori_point>& frame) 
 
 void FrameBuilder::AddGhost(const Column& col, uint32_t channelIndex, double range,
                             std::vector<_ori_point>& frame) {
+  Rng& rng = NoiseRng(NoiseKind::kGhost);
   auto leak = [&](uint32_t partner, double ghostRange, double pulseLow, double pulseHigh) {
     if (partner >= model_.channels || ghostRange <= 0.0 || ghostRange > model_.maxRange) {
       return;
@@ -249,7 +266,7 @@ void FrameBuilder::AddGhost(const Column& col, uint32_t channelIndex, double ran
     if (q.pulse_width > kStrongPulse) {
       return;  // a strong return of its own is not drowned by a ghost
     }
-    const Return ret{ghostRange, rng_.Uniform(pulseLow, pulseHigh), rng_.Uniform(2.0, 15.0),
+    const Return ret{ghostRange, rng.Uniform(pulseLow, pulseHigh), rng.Uniform(2.0, 15.0),
                      EncodeTruth(TruthKind::kGhost, false)};
     WritePoint(col, partner, ret, q);
   };
@@ -261,7 +278,7 @@ void FrameBuilder::AddGhost(const Column& col, uint32_t channelIndex, double ran
       }
       const uint32_t partner = position <= 15 ? position + 16 : position - 12;
       leak(channelIndex - position + partner,
-           range + rng_.Uniform(kGhostOffset67Low, kGhostOffset67High), 8.0, 30.0);
+           range + rng.Uniform(kGhostOffset67Low, kGhostOffset67High), 8.0, 30.0);
       return;
     }
     case GhostRule::kChannelGroups: {
@@ -272,16 +289,16 @@ void FrameBuilder::AddGhost(const Column& col, uint32_t channelIndex, double ran
       }
       for (uint32_t mate : model_.channelGroups[group]) {
         if (mate != channel && mate >= model_.firstChannel) {
-          leak(mate - model_.firstChannel, range + rng_.Uniform(-0.9, 0.9), 10.0, 35.0);
+          leak(mate - model_.firstChannel, range + rng.Uniform(-0.9, 0.9), 10.0, 35.0);
         }
       }
       return;
     }
     case GhostRule::kAdjacent:
       if (channelIndex >= 2) {
-        leak(channelIndex - 2, range + rng_.Uniform(-0.5, 0.5), 10.0, 35.0);
+        leak(channelIndex - 2, range + rng.Uniform(-0.5, 0.5), 10.0, 35.0);
       }
-      leak(channelIndex + 2, range + rng_.Uniform(-0.5, 0.5), 10.0, 35.0);
+      leak(channelIndex + 2, range + rng.Uniform(-0.5, 0.5), 10.0, 35.0);
       return;
   }
 }
@@ -300,20 +317,31 @@ void FrameBuilder::AddDrag(const Column& col, std::vector<_ori_point>& frame) {
     const double now = beams_[ch].range > 0.0 ? beams_[ch].range : kNothing;
     const double nearRange = std::min(before, now);
     const double gap = std::max(before, now) - nearRange;
-    if (nearRange >= kNothing || gap <= kDragEdgeGap) {
+    // A smear needs a step between two objects (or an object and open sky); a surface seen
+    // at a grazing angle steps in range too, but leaves no smear.
+    if (nearRange >= kNothing || gap <= kDragEdgeGap || previous_[ch].object == beams_[ch].object) {
       continue;
     }
     const bool farIsNow = now > before;
-    _ori_point& target = frame[(farIsNow ? col.base : previousBase) + ch];
-    const _ori_point& edge = frame[(farIsNow ? previousBase : col.base) + ch];
-    if (IsNoiseTruth(TruthKindOf(target)) || !rng_.Chance(rate)) {
+    if (!farIsNow && edgePrevious_[ch]) {
       continue;
     }
-    const double depth = rng_.Uniform(0.1, std::min(kDragMaxDepth, gap - 0.2));
+    _ori_point& target = frame[(farIsNow ? col.base : previousBase) + ch];
+    const _ori_point& edge = frame[(farIsNow ? previousBase : col.base) + ch];
+    // Only a clean edge smears; a point already turned into noise stays as it is.
+    if (!IsSurfaceTruth(TruthKindOf(edge)) || IsNoiseTruth(TruthKindOf(target)) ||
+        !Happens(NoiseKind::kDrag)) {
+      continue;
+    }
+    Rng& rng = NoiseRng(NoiseKind::kDrag);
+    const double depth = rng.Uniform(0.1, std::min(kDragMaxDepth, gap - 0.2));
     const double edgePulse = edge.pulse_width > 0.0 ? edge.pulse_width : kPulseFloor;
-    const Return ret{nearRange + depth, edgePulse * rng_.Uniform(0.3, 0.6), rng_.Uniform(1.0, 20.0),
+    const Return ret{nearRange + depth, edgePulse * rng.Uniform(0.3, 0.6), rng.Uniform(1.0, 20.0),
                      EncodeTruth(TruthKind::kDrag, false)};
     WritePoint(farIsNow ? col : previousColumn_, ch, ret, target);
+    if (!farIsNow) {
+      edgeNow_[ch] = 1;
+    }
   }
 }
 

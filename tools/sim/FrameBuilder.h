@@ -4,6 +4,7 @@
 #ifndef VELMAR_TOOLS_SIM_FRAME_BUILDER_H
 #define VELMAR_TOOLS_SIM_FRAME_BUILDER_H
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -42,6 +43,9 @@ class FrameBuilder {
   };
 
   double Rate(NoiseKind kind) const { return noise_[kind]; }
+  Rng& NoiseRng(NoiseKind kind) { return noiseRng_[static_cast<std::size_t>(kind)]; }
+  // One draw of the kind's own stream: true with the kind's rate.
+  bool Happens(NoiseKind kind) { return NoiseRng(kind).Chance(Rate(kind)); }
   Return SurfaceReturn(const SurfaceHit& hit);
   void AddBeamNoise(const Column& col, uint32_t channelIndex, Return& ret);
   void WritePoint(const Column& col, uint32_t channelIndex, const Return& ret, _ori_point& p) const;
@@ -55,13 +59,20 @@ class FrameBuilder {
   const SensorModel& model_;
   NoiseSettings noise_;
   uint64_t seed_;
-  Rng rng_;
+  // Surface measurements and each noise kind draw from streams of their own, so that turning
+  // one kind on or off leaves everything else in the frame as it was.
+  Rng surfaceRng_;
+  std::array<Rng, kNoiseKindCount> noiseRng_;
   std::vector<double> cosEl_;
   std::vector<double> sinEl_;
   std::vector<int> groupOfChannel_;   // channel number -> group, -1 when none
   std::vector<SurfaceHit> beams_;     // surfaces met by the current column's beams
   std::vector<SurfaceHit> previous_;  // and by the previous column of the same sweep
   Column previousColumn_{};
+  // Channels whose point in the current / previous column is the near edge of a smear; such a
+  // point stays as it is, so that every smear keeps its edge.
+  std::vector<uint8_t> edgeNow_;
+  std::vector<uint8_t> edgePrevious_;
 };
 
 }  // namespace sim

@@ -25,6 +25,7 @@ inline uint64_t StreamSeed(uint64_t seed, uint64_t stream) {
 // xoshiro256** generator.
 class Rng {
  public:
+  Rng() : Rng(0) {}
   explicit Rng(uint64_t seed) {
     for (uint64_t& word : state_) {
       seed = MixSeed(seed);

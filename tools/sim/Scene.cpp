@@ -299,6 +299,7 @@ void Scene::CastGround(double dx, double dy, double dz, SurfaceHit& hit) const {
     hit.range = range;
     hit.kind = kind;
     hit.reflectivity = reflectivity;
+    hit.object = SurfaceHit::kGroundObject;
   }
 }
 
@@ -319,6 +320,7 @@ SurfaceHit Scene::Cast(double dx, double dy, double dz) const {
       hit.moving = box.moving;
       hit.retro = box.retro;
       hit.reflectivity = box.reflectivity;
+      hit.object = static_cast<int>(p.index);
     }
   }
   if (hit.range > model_.maxRange) {

@@ -31,6 +31,9 @@ struct SurfaceHit {
   bool moving = false;
   bool retro = false;
   double reflectivity = 0.0;
+  int object = kNoObject;  // which box was hit, or kGroundObject
+  static constexpr int kNoObject = -1;
+  static constexpr int kGroundObject = -2;
 };
 
 class Scene {
