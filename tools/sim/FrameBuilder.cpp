@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "sim/Truth.h"
 
@@ -72,7 +73,9 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
   for (std::size_t k = 0; k < kNoiseKindCount; ++k) {
     noiseRng_[k] = Rng(StreamSeed(frameSeed, k + 1));
   }
-  frame.assign(model_.PointsPerFrame(), _ori_point{});
+  // Start from all-zero records; whatever the vector held before (a processed frame) is gone.
+  frame.resize(model_.PointsPerFrame());
+  std::memset(static_cast<void*>(frame.data()), 0, frame.size() * sizeof(_ori_point));
   const double frameStart = index * model_.FramePeriodSec();
   std::size_t base = 0;
   for (uint32_t slot = 0; slot < model_.faces; ++slot) {

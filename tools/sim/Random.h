@@ -49,22 +49,26 @@ class Rng {
   double Uniform() { return static_cast<double>(Next() >> 11) * (1.0 / 9007199254740992.0); }
   double Uniform(double low, double high) { return low + (high - low) * Uniform(); }
   bool Chance(double rate) { return rate > 0.0 && Uniform() < rate; }
-  // Standard normal (Box-Muller; the second value of each pair is kept for the next call).
+  // Standard normal (Marsaglia's polar method; the second value of each pair is kept for the
+  // next call).
   double Normal() {
     if (hasSpare_) {
       hasSpare_ = false;
       return spare_;
     }
-    const double u = 1.0 - Uniform();
-    const double angle = kTwoPi * Uniform();
-    const double radius = std::sqrt(-2.0 * std::log(u));
-    spare_ = radius * std::sin(angle);
+    double u, v, s;
+    do {
+      u = 2.0 * Uniform() - 1.0;
+      v = 2.0 * Uniform() - 1.0;
+      s = u * u + v * v;
+    } while (s >= 1.0 || s == 0.0);
+    const double scale = std::sqrt(-2.0 * std::log(s) / s);
+    spare_ = v * scale;
     hasSpare_ = true;
-    return radius * std::cos(angle);
+    return u * scale;
   }
 
  private:
-  static constexpr double kTwoPi = 6.283185307179586;
   static uint64_t Rotl(uint64_t x, int k) { return (x << k) | (x >> (64 - k)); }
 
   uint64_t state_[4];
