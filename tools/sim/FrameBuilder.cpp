@@ -220,8 +220,9 @@ void FrameBuilder::AddEdgeEchoes(const Column& col, std::vector<_ori_point>& fra
   struct Side {
     uint32_t firstInner, lastInner, firstEdge;
   };
+  // Inner positions 6-22 guard the six lowest positions, 41-56 the six highest.
   const Side sides[2] = {{kEdgeChannels, 22, 0},
-                         {41, kColumn64 - kEdgeChannels - 1, kColumn64 - kEdgeChannels}};
+                         {41, kColumn64 - kEdgeChannels - 2, kColumn64 - kEdgeChannels}};
   for (const Side& side : sides) {
     double nearest = 0.0;
     for (uint32_t ch = side.firstInner; ch <= side.lastInner; ++ch) {

@@ -109,16 +109,18 @@ double IntersectBox(double minX, double maxX, double minY, double maxY, double m
 Scene::Scene(const SceneSettings& settings, const SensorModel& model, double durationSec,
              uint64_t seed)
     : settings_(settings), model_(model) {
-  const double yEnd =
-      std::max(0.0, settings.egoSpeed) * durationSec + model.maxRange + kLayoutAhead;
+  // The layout covers what the sensor can see from every point of its drive, backwards too.
+  const double travel = settings.egoSpeed * durationSec;
+  const double yStart = std::min(0.0, travel) - kLayoutBehind;
+  const double yEnd = std::max(0.0, travel) + model.maxRange + kLayoutAhead;
   if (settings.name == "city") {
     roadHalfWidth_ = kCityRoadHalfWidth;
     curbHeight_ = kCurbHeight;
-    LayOutCity(seed, yEnd);
+    LayOutCity(seed, yStart, yEnd);
   } else if (settings.name == "highway") {
     roadHalfWidth_ = kHighwayRoadHalfWidth;
     curbHeight_ = 0.0;
-    LayOutHighway(seed, yEnd);
+    LayOutHighway(seed, yStart, yEnd);
   } else if (settings.name == "empty") {
     roadHalfWidth_ = kEndlessRoad;
     curbHeight_ = 0.0;
@@ -129,9 +131,8 @@ Scene::Scene(const SceneSettings& settings, const SensorModel& model, double dur
   placed_.reserve(boxes_.size());
 }
 
-void Scene::LayOutCity(uint64_t seed, double yEnd) {
+void Scene::LayOutCity(uint64_t seed, double yStart, double yEnd) {
   Rng rng(seed);
-  const double yStart = -kLayoutBehind;
   for (double side : {-1.0, 1.0}) {
     // Buildings behind the pavement, with gaps between them.
     for (double y = yStart; y < yEnd;) {
@@ -173,9 +174,8 @@ void Scene::LayOutCity(uint64_t seed, double yEnd) {
   }
 }
 
-void Scene::LayOutHighway(uint64_t seed, double yEnd) {
+void Scene::LayOutHighway(uint64_t seed, double yStart, double yEnd) {
   Rng rng(seed);
-  const double yStart = -kLayoutBehind;
   constexpr double kRailLength = 40.0;
   for (double side : {-1.0, 1.0}) {
     for (double y = yStart; y < yEnd; y += kRailLength + 0.5) {

@@ -58,8 +58,8 @@ class Scene {
     uint32_t index;
   };
 
-  void LayOutCity(uint64_t seed, double yEnd);
-  void LayOutHighway(uint64_t seed, double yEnd);
+  void LayOutCity(uint64_t seed, double yStart, double yEnd);
+  void LayOutHighway(uint64_t seed, double yStart, double yEnd);
   double SensorY(double t) const { return settings_.egoSpeed * t; }
   PlacedBox Place(const SceneBox& box, double t) const;
   void CastGround(double dx, double dy, double dz, SurfaceHit& hit) const;
