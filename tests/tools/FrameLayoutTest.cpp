@@ -58,6 +58,9 @@ TEST_P(FrameLayoutTest, ColumnsHoldEveryChannelInOrderAtOneAngleAndTime) {
 }
 
 TEST_P(FrameLayoutTest, EachFaceSweepsTheWholeGridOnceAndCrossesBothEnds) {
+  if (model_->faces == 1) {
+    GTEST_SKIP() << "a full-turn sensor has no angle grid";
+  }
   const uint32_t columns = model_->ColumnsPerFace();
   for (uint32_t slot = 0; slot < model_->faces; ++slot) {
     const std::size_t first = std::size_t{slot} * model_->PointsPerFace();
@@ -99,8 +102,10 @@ TEST_P(FrameLayoutTest, FacesFollowTheirTimeSlots) {
     ASSERT_LE(frame_[i].mirror, 2u);
     ASSERT_LE(frame_[i].echo, 1u);
   }
-  const double sweep =
-      1e-9 * static_cast<double>(frame_[model_->PointsPerFace()].timestamp - frame_[0].timestamp);
+  // One sweep: from the first column of a face to the first column after its last one.
+  const _ori_point& lastOfFace = frame_[model_->PointsPerFace() - 1];
+  const double sweep = 1e-9 * static_cast<double>(lastOfFace.timestamp - frame_[0].timestamp) +
+                       model_->ColumnPeriodSec();
   EXPECT_NEAR(sweep, model_->facePeriodSec, 1e-6);
 }
 
@@ -112,12 +117,14 @@ TEST_P(FrameLayoutTest, ReturnsLieAlongTheirBeam) {
     }
     ASSERT_NEAR(std::sqrt(p.x * p.x + p.y * p.y + p.z * p.z), p.distance, 1e-9);
     // y is the forward axis: the horizontal angle is measured from x towards y.
-    ASSERT_NEAR(std::atan2(p.y, p.x) * 180.0 / M_PI, p.hor_angle, 1e-9);
+    ASSERT_NEAR(std::remainder(std::atan2(p.y, p.x) * 180.0 / M_PI - p.hor_angle, 360.0), 0.0,
+                1e-9);
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Models, FrameLayoutTest,
-                         ::testing::Values("Marlo128", "ZephelB2/B3/MP", "QuillA4", "ZephelT"),
+                         ::testing::Values("Marlo128", "ZephelB2/B3/MP", "QuillA4", "ZephelT",
+                                           "Orvik16"),
                          [](const ::testing::TestParamInfo<std::string>& info) {
                            std::string name;
                            for (char c : info.param) {
@@ -208,6 +215,25 @@ TEST(Zephel64LayoutTest, PacketsHoldTwoColumnsAndOnlyTheTurnPacketsStartOffGrid)
     EXPECT_EQ(frame[i + 64].channel, 1u);
   }
   EXPECT_EQ(beforeGrid, static_cast<int>(m.faces));
+}
+
+TEST(Orvik16LayoutTest, PacketsAreTwentyRunsOfSixteenOverAFullTurn) {
+  const SensorModel& m = *FindSensorModel("Orvik16");
+  const std::vector<_ori_point> frame = test::Generate(test::Settings(m.name, "empty"));
+  ASSERT_EQ(m.packetPoints, 320u);
+  ASSERT_EQ(frame.size() % 320, 0u);
+  for (std::size_t i = 0; i < frame.size(); ++i) {
+    ASSERT_EQ(frame[i].channel, 1 + i % 16);
+    ASSERT_EQ(frame[i].mirror, 0u);
+  }
+  EXPECT_GT(frame.front().hor_angle, 0.0);
+  EXPECT_LT(frame.front().hor_angle, 0.2);
+  EXPECT_GT(frame.back().hor_angle, 359.8);
+  EXPECT_LT(frame.back().hor_angle, 360.0);
+  // Neighbours in a run are neighbours in elevation.
+  for (uint32_t i = 0; i + 1 < 16; ++i) {
+    EXPECT_NEAR(m.elevationDeg[i] - m.elevationDeg[i + 1], 2.0, 1e-12);
+  }
 }
 
 TEST(SensorModelTest, UnknownNameIsNotFound) {

@@ -36,8 +36,9 @@ TEST(SimulateCommandTest, WritesARecordingForEachModelFamily) {
   test::TempDir dir;
   for (const char* model : {"Marlo128", "ZephelB2/B3/MP", "ZephelT"}) {
     const std::string out = dir.File("drive");
-    const CommandResult run = RunCommand(dir, std::string("simulate --model ") + model +
-                                        " --scene city --rain 0.3 --frames 2 --seed 1 -o " + out);
+    const CommandResult run =
+        RunCommand(dir, std::string("simulate --model ") + model +
+                            " --scene city --rain 0.3 --frames 2 --seed 1 -o " + out);
     ASSERT_EQ(run.status, 0) << run.output;
     RecordingReader reader(out);
     EXPECT_EQ(reader.Info().model, model);

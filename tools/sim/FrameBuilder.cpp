@@ -25,7 +25,6 @@ constexpr double kRetroPulseHigh = 52.0;
 // A return with a wider pulse than this leaks into partner channels.
 constexpr double kStrongPulse = 40.0;
 
-constexpr uint32_t kEdgeChannels = 6;     // channels at each end of a bank that pick up noise
 constexpr double kNearObjectRange = 2.0;  // an inner channel this close causes edge echoes
 constexpr uint32_t kGroupPoints = 32;     // point groups of the 128-channel packets
 constexpr double kGhostOffset67Low = 66.0;
@@ -140,7 +139,7 @@ FrameBuilder::Return FrameBuilder::SurfaceReturn(const SurfaceHit& hit) {
 
 bool FrameBuilder::IsEdgeChannel(uint32_t channelIndex) const {
   const uint32_t inBank = channelIndex % model_.bankChannels;
-  return inBank < kEdgeChannels || inBank >= model_.bankChannels - kEdgeChannels;
+  return inBank < model_.edgeChannels || inBank >= model_.bankChannels - model_.edgeChannels;
 }
 
 void FrameBuilder::AddBeamNoise(const Column& col, uint32_t channelIndex, Return& ret) {
@@ -221,8 +220,8 @@ void FrameBuilder::AddEdgeEchoes(const Column& col, std::vector<_ori_point>& fra
     uint32_t firstInner, lastInner, firstEdge;
   };
   // Inner positions 6-22 guard the six lowest positions, 41-56 the six highest.
-  const Side sides[2] = {{kEdgeChannels, 22, 0},
-                         {41, kColumn64 - kEdgeChannels - 2, kColumn64 - kEdgeChannels}};
+  constexpr uint32_t kEdge = 6;
+  const Side sides[2] = {{kEdge, 22, 0}, {41, kColumn64 - kEdge - 2, kColumn64 - kEdge}};
   for (const Side& side : sides) {
     double nearest = 0.0;
     for (uint32_t ch = side.firstInner; ch <= side.lastInner; ++ch) {
@@ -235,7 +234,7 @@ void FrameBuilder::AddEdgeEchoes(const Column& col, std::vector<_ori_point>& fra
     if (nearest == 0.0) {
       continue;
     }
-    for (uint32_t ch = side.firstEdge; ch < side.firstEdge + kEdgeChannels; ++ch) {
+    for (uint32_t ch = side.firstEdge; ch < side.firstEdge + kEdge; ++ch) {
       if (Happens(NoiseKind::kCloseRange)) {
         Rng& rng = NoiseRng(NoiseKind::kCloseRange);
         const Return ret{nearest + rng.Uniform(5.5, 30.0), rng.Uniform(2.0, 10.0),

@@ -13,6 +13,7 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kRadToDeg = 180.0 / kPi;
+constexpr double kFullTurnDeg = 360.0;
 // The layout starts a little behind the sensor and reaches past its range at the last frame.
 constexpr double kLayoutBehind = 40.0;
 constexpr double kLayoutAhead = 40.0;
@@ -218,46 +219,65 @@ Scene::PlacedBox Scene::Place(const SceneBox& box, double t) const {
   return placed;
 }
 
+bool Scene::AngularExtent(const SceneBox& box, double t0, double t1, double& low,
+                          double& high) const {
+  const PlacedBox start = Place(box, t0);
+  const PlacedBox end = Place(box, t1);
+  if (start.nearest > model_.maxRange && end.nearest > model_.maxRange) {
+    return false;
+  }
+  if (start.nearest == 0.0 || end.nearest == 0.0) {
+    low = -kFullTurnDeg;  // the sensor stands inside the footprint: every direction
+    high = kFullTurnDeg;
+    return true;
+  }
+  // Corner angles relative to the direction of the box's centre, so that the interval stays
+  // continuous whichever way the box lies.
+  const double centre =
+      std::atan2(0.5 * (start.minY + start.maxY), 0.5 * (start.minX + start.maxX));
+  low = std::numeric_limits<double>::infinity();
+  high = -low;
+  for (const PlacedBox* p : {&start, &end}) {
+    for (double x : {p->minX, p->maxX}) {
+      for (double y : {p->minY, p->maxY}) {
+        const double delta = std::remainder(std::atan2(y, x) - centre, 2.0 * kPi);
+        low = std::min(low, delta);
+        high = std::max(high, delta);
+      }
+    }
+  }
+  low = (centre + low) * kRadToDeg - kBinMarginDeg;
+  high = (centre + high) * kRadToDeg + kBinMarginDeg;
+  return true;
+}
+
 void Scene::PrepareSweep(double t0, double t1) {
   for (std::vector<uint32_t>& list : columnBoxes_) {
     list.clear();
   }
   const int lastColumn = static_cast<int>(model_.ColumnsPerFace()) - 1;
+  const double origin = model_.ColumnAngleDeg(0) - 0.5 * model_.columnStepDeg;
   for (uint32_t i = 0; i < boxes_.size(); ++i) {
-    double low = std::numeric_limits<double>::infinity();
-    double high = -low;
-    bool around = false;
-    bool inRange = false;
-    for (double t : {t0, t1}) {
-      const PlacedBox p = Place(boxes_[i], t);
-      inRange = inRange || p.nearest <= model_.maxRange;
-      around = around || p.nearest == 0.0;
-      for (double x : {p.minX, p.maxX}) {
-        for (double y : {p.minY, p.maxY}) {
-          double angle = std::atan2(y, x) * kRadToDeg;
-          // Keep the interval continuous across the backward direction.
-          if (angle < -90.0) {
-            angle += 360.0;
-          }
-          low = std::min(low, angle);
-          high = std::max(high, angle);
-        }
-      }
-    }
-    if (!inRange) {
+    double low = 0.0;
+    double high = 0.0;
+    if (!AngularExtent(boxes_[i], t0, t1, low, high)) {
       continue;
     }
-    int first = 0;
-    int last = lastColumn;
-    if (!around) {
-      const double origin = model_.ColumnAngleDeg(0) - 0.5 * model_.columnStepDeg;
-      first = static_cast<int>(std::floor((low - kBinMarginDeg - origin) / model_.columnStepDeg));
-      last = static_cast<int>(std::floor((high + kBinMarginDeg - origin) / model_.columnStepDeg));
-      first = std::max(first, 0);
-      last = std::min(last, lastColumn);
+    if (high - low >= kFullTurnDeg) {
+      low = origin;
+      high = origin + kFullTurnDeg;
     }
-    for (int c = first; c <= last; ++c) {
-      columnBoxes_[c].push_back(i);
+    // The same directions one turn earlier or later may fall into the sweep as well.
+    int covered = -1;
+    for (double turn : {-kFullTurnDeg, 0.0, kFullTurnDeg}) {
+      const int first = std::max(
+          covered + 1, static_cast<int>(std::floor((low + turn - origin) / model_.columnStepDeg)));
+      const int last = std::min(
+          lastColumn, static_cast<int>(std::floor((high + turn - origin) / model_.columnStepDeg)));
+      for (int c = std::max(first, 0); c <= last; ++c) {
+        columnBoxes_[c].push_back(i);
+        covered = c;
+      }
     }
   }
 }

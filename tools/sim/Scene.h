@@ -62,6 +62,9 @@ class Scene {
   void LayOutHighway(uint64_t seed, double yStart, double yEnd);
   double SensorY(double t) const { return settings_.egoSpeed * t; }
   PlacedBox Place(const SceneBox& box, double t) const;
+  // Horizontal angles (degrees, low <= high, margin included) that the box covers during
+  // [t0, t1]; false when it stays out of range.
+  bool AngularExtent(const SceneBox& box, double t0, double t1, double& low, double& high) const;
   void CastGround(double dx, double dy, double dz, SurfaceHit& hit) const;
 
   SceneSettings settings_;

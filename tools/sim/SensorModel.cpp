@@ -59,6 +59,7 @@ SensorModel BaseModel(const std::string& name, LidarType type, uint32_t channels
   m.nearSlot = -1;
   m.nearFaceRange = 0.0;
   m.farFaceRange = 0.0;
+  m.edgeChannels = 6;
   m.ghostRule = GhostRule::kAdjacent;
   return m;
 }
@@ -106,6 +107,21 @@ SensorModel ZephelT() {
   return m;
 }
 
+// A spinning 16-channel sensor without a mirror: one sweep of the full turn per frame, packets
+// of 20 columns of 16 channels.
+SensorModel Orvik16() {
+  SensorModel m = BaseModel("Orvik16", LIDAR_ORVIK16, 16, 320, 120.0);
+  m.faces = 1;
+  m.gridColumns = 1800;
+  m.turnColumns = 0;
+  m.startAngleDeg = 0.0;
+  m.columnStepDeg = 0.2;
+  m.facePeriodSec = 0.1;
+  m.elevationDeg = EvenElevations(16, 15.0, 2.0);
+  m.edgeChannels = 2;
+  return m;
+}
+
 }  // namespace
 
 double SensorModel::ColumnAngleDeg(uint32_t column) const {
@@ -132,7 +148,8 @@ bool SensorModel::SlotSeesRange(uint32_t slot, double range) const {
 }
 
 const std::vector<SensorModel>& SensorModels() {
-  static const std::vector<SensorModel> models = {Marlo128(), ZephelB2(), QuillA4(), ZephelT()};
+  static const std::vector<SensorModel> models = {Marlo128(), ZephelB2(), QuillA4(), ZephelT(),
+                                                  Orvik16()};
   return models;
 }
 

@@ -63,6 +63,7 @@ struct SensorModel {
 
   std::vector<double> elevationDeg;  // per channel index (0-based), degrees above horizontal
 
+  uint32_t edgeChannels;  // channels at each end of a bank that pick up close-range noise
   GhostRule ghostRule;
   // Channel numbers of each group, for GhostRule::kChannelGroups.
   std::vector<std::array<uint32_t, 3>> channelGroups;
