@@ -81,39 +81,43 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
     const double sweepStart = frameStart + slot * model_.facePeriodSec;
     scene.PrepareSweep(sweepStart, sweepStart + model_.facePeriodSec);
     for (uint32_t column = 0; column < model_.ColumnsPerFace(); ++column) {
-      const double t = sweepStart + column * model_.ColumnPeriodSec();
       Column col;
       col.slot = slot;
       col.column = column;
       col.angleDeg = model_.ColumnAngleDeg(column);
       col.cosAz = std::cos(col.angleDeg * kDegToRad);
       col.sinAz = std::sin(col.angleDeg * kDegToRad);
-      col.timestampNs = ToNanoseconds(t);
+      col.time = sweepStart + column * model_.ColumnPeriodSec();
+      col.timestampNs = ToNanoseconds(col.time);
       col.base = base;
-      scene.PrepareColumn(column, t);
-      previous_.swap(beams_);
-      for (uint32_t ch = 0; ch < model_.channels; ++ch) {
-        SurfaceHit hit = scene.Cast(cosEl_[ch] * col.cosAz, cosEl_[ch] * col.sinAz, sinEl_[ch]);
-        if (hit.range > 0.0 && !model_.SlotSeesRange(slot, hit.range)) {
-          hit = SurfaceHit();
-        }
-        beams_[ch] = hit;
-        Return ret = SurfaceReturn(hit);
-        AddBeamNoise(col, ch, ret);
-        WritePoint(col, ch, ret, frame[base + ch]);
-      }
-      AddEdgeEchoes(col, frame);
-      AddGhosts(col, frame);
-      edgePrevious_.swap(edgeNow_);
-      std::fill(edgeNow_.begin(), edgeNow_.end(), 0);
-      if (column > 0) {
-        AddDrag(col, frame);
-      }
-      previousColumn_ = col;
+      BuildColumn(scene, col, frame);
       base += model_.channels;
     }
   }
   frame.back().mark = 1;
+}
+
+void FrameBuilder::BuildColumn(Scene& scene, const Column& col, std::vector<_ori_point>& frame) {
+  scene.PrepareColumn(col.column, col.time);
+  previous_.swap(beams_);
+  for (uint32_t ch = 0; ch < model_.channels; ++ch) {
+    SurfaceHit hit = scene.Cast(cosEl_[ch] * col.cosAz, cosEl_[ch] * col.sinAz, sinEl_[ch]);
+    if (hit.range > 0.0 && !model_.SlotSeesRange(col.slot, hit.range)) {
+      hit = SurfaceHit();
+    }
+    beams_[ch] = hit;
+    Return ret = SurfaceReturn(hit);
+    AddBeamNoise(col, ch, ret);
+    WritePoint(col, ch, ret, frame[col.base + ch]);
+  }
+  AddEdgeEchoes(col, frame);
+  AddGhosts(col, frame);
+  edgePrevious_.swap(edgeNow_);
+  std::fill(edgeNow_.begin(), edgeNow_.end(), 0);
+  if (col.column > 0) {
+    AddDrag(col, frame);
+  }
+  previousColumn_ = col;
 }
 
 FrameBuilder::Return FrameBuilder::SurfaceReturn(const SurfaceHit& hit) {

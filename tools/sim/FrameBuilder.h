@@ -38,10 +38,12 @@ class FrameBuilder {
     double angleDeg;
     double cosAz;
     double sinAz;
+    double time;  // seconds since the start of the recording
     uint64_t timestampNs;
     std::size_t base;  // index of the column's first point in the frame
   };
 
+  void BuildColumn(Scene& scene, const Column& col, std::vector<_ori_point>& frame);
   double Rate(NoiseKind kind) const { return noise_[kind]; }
   Rng& NoiseRng(NoiseKind kind) { return noiseRng_[static_cast<std::size_t>(kind)]; }
   // One draw of the kind's own stream: true with the kind's rate.
