@@ -61,8 +61,8 @@ class FrameBuilder {
   const SensorModel& model_;
   NoiseSettings noise_;
   uint64_t seed_;
-  // Surface measurements and each noise kind draw from streams of their own, so that turning
-  // one kind on or off leaves everything else in the frame as it was.
+  // Surface measurements and each noise kind draw from streams of their own: turning a kind on
+  // or off never changes the surface returns, and the per-beam kinds stay where they were.
   Rng surfaceRng_;
   std::array<Rng, kNoiseKindCount> noiseRng_;
   std::vector<double> cosEl_;
