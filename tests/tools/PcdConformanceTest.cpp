@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -143,38 +142,6 @@ TEST(PcdConformanceTest, EmptyFrameFileFollowsTheHeaderRules) {
   test::TempDir dir;
   WritePcd(dir.File("empty.pcd"), {});
   ExpectConformingFile(dir.File("empty.pcd"), 0);
-}
-
-TEST(PcdConformanceTest, XyzReadAtTheirDeclaredOffsetsGiveThePointsCoordinates) {
-  test::TempDir dir;
-  std::vector<_ori_point> frame(2);
-  frame[0].x = 1.5;
-  frame[0].y = -2.25;
-  frame[0].z = 0.125;
-  frame[1].x = 100.0;
-  frame[1].intensity = 42.0;
-  WritePcd(dir.File("f.pcd"), frame);
-  std::ifstream in(dir.File("f.pcd"), std::ios::binary);
-  std::ostringstream all;
-  all << in.rdbuf();
-  const std::string bytes = all.str();
-  const Header h = ParseHeader(bytes);
-  // Offsets as a generic reader derives them: the sum of SIZE x COUNT of the fields before.
-  auto valueOf = [&](std::size_t point, const std::string& field) {
-    const auto& fields = Entry(h, "FIELDS");
-    std::size_t offset = 0;
-    for (std::size_t i = 0; fields[i] != field; ++i) {
-      offset += std::stoul(Entry(h, "SIZE")[i]) * std::stoul(Entry(h, "COUNT")[i]);
-    }
-    double value;
-    std::memcpy(&value, bytes.data() + h.dataOffset + point * sizeof(_ori_point) + offset, 8);
-    return value;
-  };
-  EXPECT_EQ(valueOf(0, "x"), 1.5);
-  EXPECT_EQ(valueOf(0, "y"), -2.25);
-  EXPECT_EQ(valueOf(0, "z"), 0.125);
-  EXPECT_EQ(valueOf(1, "x"), 100.0);
-  EXPECT_EQ(valueOf(1, "intensity"), 42.0);
 }
 
 }  // namespace
