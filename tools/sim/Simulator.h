@@ -1,0 +1,52 @@
+// Frame generator: casts every beam of a sensor model into a scene, then adds the enabled noise
+// and artefacts. Frame k depends only on the settings and k, so frames can be generated in any
+// order and always come out the same.
+#ifndef VELMAR_TOOLS_SIM_SIMULATOR_H
+#define VELMAR_TOOLS_SIM_SIMULATOR_H
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "sim/SensorModel.h"
+#include "sim/Settings.h"
+#include "velmar/lidar_algo.h"
+
+namespace velmar {
+namespace sim {
+
+class Scene;
+class FrameBuilder;
+
+class Simulator {
+ public:
+  // Throws std::invalid_argument for an unknown model or scene, or a rate outside [0, 1].
+  explicit Simulator(const SimulationSettings& settings);
+  ~Simulator();
+  Simulator(const Simulator&) = delete;
+  Simulator& operator=(const Simulator&) = delete;
+
+  const SensorModel& Model() const { return *model_; }
+  const SimulationSettings& Settings() const { return settings_; }
+  // The world the frames are cast from (objects and their motion), e.g. for checks and views.
+  const Scene& World() const { return *scene_; }
+
+  // Fills `frame` with frame `index` (Model().PointsPerFrame() points, the last one marked).
+  // The vector's storage is reused from call to call.
+  void GenerateFrame(uint32_t index, std::vector<_ori_point>& frame);
+  // Generates the next frame of the run; false (and `frame` untouched) once Settings().frames
+  // frames have been produced.
+  bool NextFrame(std::vector<_ori_point>& frame);
+
+ private:
+  SimulationSettings settings_;
+  const SensorModel* model_;
+  std::unique_ptr<Scene> scene_;
+  std::unique_ptr<FrameBuilder> builder_;
+  uint32_t next_ = 0;
+};
+
+}  // namespace sim
+}  // namespace velmar
+
+#endif  // VELMAR_TOOLS_SIM_SIMULATOR_H

@@ -1,0 +1,12 @@
+// velmar-algo: simulates, processes and examines lidar recordings.
+#include <CLI/CLI.hpp>
+
+#include "Commands.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{"velmar-algo: simulate, process and examine lidar recordings"};
+  app.require_subcommand(1);
+  velmar::tools::AddSimulateCommand(app);
+  CLI11_PARSE(app, argc, argv);
+  return 0;
+}
