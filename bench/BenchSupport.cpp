@@ -1,0 +1,207 @@
+#include "BenchSupport.h"
+
+#include <rapidjson/document.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <iostream>
+#include <map>
+#include <sstream>
+
+#include "CountingAllocator.h"
+#include "framework/AlgoFactory.h"
+#include "framework/LidarAlgo.h"
+#include "sim/SensorModel.h"
+#include "sim/Simulator.h"
+
+namespace velmar {
+namespace bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr uint32_t kDriveFrames = 8;
+
+double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+
+// Keeps the library's configuration messages out of the benchmark table.
+class SilencedOutput {
+ public:
+  SilencedOutput() : previous_(std::cout.rdbuf(sink_.rdbuf())) {}
+  ~SilencedOutput() { std::cout.rdbuf(previous_); }
+
+ private:
+  std::ostringstream sink_;
+  std::streambuf* previous_;
+};
+
+// The frames of one timed iteration, restored from the source before each iteration so that
+// every iteration sees unprocessed returns.
+struct WorkUnits {
+  std::vector<Frame> source;
+  std::vector<Frame> work;
+
+  void Split(const Frame& frame, std::size_t packetPoints) {
+    source.clear();
+    const std::size_t step = packetPoints == 0 ? std::max<std::size_t>(frame.size(), 1) : packetPoints;
+    for (std::size_t begin = 0; begin < frame.size(); begin += step) {
+      const std::size_t end = std::min(frame.size(), begin + step);
+      source.emplace_back(frame.begin() + static_cast<std::ptrdiff_t>(begin),
+                          frame.begin() + static_cast<std::ptrdiff_t>(end));
+    }
+    work.resize(source.size());
+    for (std::size_t i = 0; i < source.size(); ++i) {
+      work[i].reserve(source[i].size() * 2);
+    }
+  }
+
+  void Restore() {
+    for (std::size_t i = 0; i < source.size(); ++i) {
+      work[i].assign(source[i].begin(), source[i].end());
+    }
+  }
+};
+
+}  // namespace
+
+const SimulatedDrive& Drive(const std::string& model) {
+  static std::map<std::string, SimulatedDrive> cache;
+  auto it = cache.find(model);
+  if (it != cache.end()) {
+    return it->second;
+  }
+  sim::SimulationSettings settings;
+  settings.model = model;
+  settings.scene.name = "city";
+  settings.scene.egoSpeed = 8.0;
+  settings.noise[sim::NoiseKind::kRain] = 0.2;
+  settings.noise[sim::NoiseKind::kSunlight] = 0.05;
+  settings.noise[sim::NoiseKind::kInterference] = 0.05;
+  settings.seed = 7;
+  settings.frames = kDriveFrames;
+  sim::Simulator simulator(settings);
+  SimulatedDrive drive;
+  drive.model = model;
+  drive.packetPoints = simulator.Model().packetPoints;
+  drive.frames.resize(kDriveFrames);
+  for (uint32_t i = 0; i < kDriveFrames; ++i) {
+    simulator.GenerateFrame(i, drive.frames[i]);
+  }
+  return cache.emplace(model, std::move(drive)).first->second;
+}
+
+std::string ColumnModel() {
+  for (const char* name : {"QuillA4", "ZephelB2/B3/MP"}) {
+    if (sim::FindSensorModel(name) != nullptr) {
+      return name;
+    }
+  }
+  return "Marlo128";
+}
+
+std::vector<Frame> TiledFrames(const std::string& model, std::size_t points, std::size_t count) {
+  const SimulatedDrive& drive = Drive(model);
+  std::vector<Frame> frames(count);
+  std::size_t source = 0;
+  std::size_t index = 0;
+  for (Frame& frame : frames) {
+    frame.reserve(points);
+    while (frame.size() < points) {
+      const Frame& from = drive.frames[source % drive.frames.size()];
+      frame.push_back(from[index]);
+      frame.back().mark = 0;
+      if (++index == from.size()) {
+        index = 0;
+        ++source;
+      }
+    }
+    if (!frame.empty()) {
+      frame.back().mark = 1;
+    }
+  }
+  return frames;
+}
+
+double CopySeconds(std::size_t points) {
+  static std::map<std::size_t, double> cache;
+  auto it = cache.find(points);
+  if (it != cache.end()) {
+    return it->second;
+  }
+  std::vector<_ori_point> from(points);
+  std::vector<_ori_point> to(points);
+  std::memset(from.data(), 1, points * sizeof(_ori_point));
+  std::vector<double> runs;
+  for (int run = 0; run < 41; ++run) {
+    const auto start = Clock::now();
+    std::memcpy(to.data(), from.data(), points * sizeof(_ori_point));
+    benchmark::ClobberMemory();
+    runs.push_back(Seconds(Clock::now() - start));
+  }
+  std::nth_element(runs.begin(), runs.begin() + runs.size() / 2, runs.end());
+  return cache.emplace(points, runs[runs.size() / 2]).first->second;
+}
+
+std::shared_ptr<AlgoBase> MakeAlgo(int id, LidarType type, const std::string& params) {
+  SilencedOutput quiet;
+  std::shared_ptr<AlgoBase> algo = CreateAlgo(id, "bench", "", type);
+  rapidjson::Document document;
+  document.Parse(params.c_str());
+  if (algo && document.IsObject()) {
+    CopyParams(document, *algo);
+  }
+  if (algo) {
+    algo->ParseParams();
+  }
+  return algo;
+}
+
+void MeasureFrames(benchmark::State& state, const std::vector<Frame>& frames,
+                   std::size_t packetPoints, std::size_t warmupFrames, const ProcessFn& process) {
+  std::vector<WorkUnits> units(frames.size());
+  std::size_t points = 0;
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    units[i].Split(frames[i], packetPoints);
+    points += frames[i].size();
+  }
+  const double meanPoints = static_cast<double>(points) / static_cast<double>(frames.size());
+
+  std::size_t next = 0;
+  auto runFrame = [&](bool timed, double& seconds, uint64_t& allocations) {
+    WorkUnits& unit = units[next++ % units.size()];
+    unit.Restore();
+    const uint64_t allocationsBefore = AllocationCount();
+    const auto start = Clock::now();
+    for (Frame& work : unit.work) {
+      process(work);
+    }
+    const auto stop = Clock::now();
+    if (timed) {
+      seconds = Seconds(stop - start);
+      allocations += AllocationCount() - allocationsBefore;
+    }
+  };
+
+  double seconds = 0.0;
+  uint64_t allocations = 0;
+  for (std::size_t i = 0; i < warmupFrames; ++i) {
+    runFrame(false, seconds, allocations);
+  }
+  double total = 0.0;
+  allocations = 0;
+  for (auto _ : state) {
+    runFrame(true, seconds, allocations);
+    state.SetIterationTime(seconds);
+    total += seconds;
+  }
+  const double iterations = static_cast<double>(state.iterations());
+  const double perFrame = total / std::max(iterations, 1.0);
+  state.counters["points"] = meanPoints;
+  state.counters["Mpoints/s"] = perFrame > 0.0 ? meanPoints / perFrame / 1e6 : 0.0;
+  state.counters["x_copy"] = perFrame / CopySeconds(static_cast<std::size_t>(meanPoints));
+  state.counters["allocs/frame"] = static_cast<double>(allocations) / std::max(iterations, 1.0);
+}
+
+}  // namespace bench
+}  // namespace velmar
