@@ -9,7 +9,9 @@ DEB_PACKAGES := cmake g++ make rapidjson-dev libeigen3-dev libgtest-dev libgmock
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps build test test-san demo install-check clean
+BENCH_BUILD_DIR ?= build-bench
+
+.PHONY: all deps build test test-san demo bench install-check clean
 
 all: build
 
@@ -43,9 +45,17 @@ test-san: deps
 demo: build
 	./$(BUILD_DIR)/examples/host_demo configs/demo.json
 
+# Optimised build of the benchmarks; prints every figure (see docs/performance.md).
+bench: deps
+	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
+	  -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench
+	./$(BENCH_BUILD_DIR)/bench/algo_bench $(BENCH_ARGS)
+	./$(BENCH_BUILD_DIR)/bench/ground_bench
+
 # Installs into a temporary prefix and builds the example host against it with find_package.
 install-check: build
 	./.ci/install-check $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR) $(SAN_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(SAN_BUILD_DIR) $(BENCH_BUILD_DIR)
