@@ -1,0 +1,16 @@
+// velmar-algo: simulates, processes and inspects lidar recordings.
+#include <CLI/CLI.hpp>
+
+#include "Commands.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{"velmar-algo: simulate, process and inspect lidar recordings"};
+  app.require_subcommand(1);
+  velmar::tools::AddSimulateCommand(app);
+  velmar::tools::AddRunCommand(app);
+  velmar::tools::AddEvalCommand(app);
+  velmar::tools::AddRenderCommand(app);
+  velmar::tools::AddInfoCommand(app);
+  CLI11_PARSE(app, argc, argv);
+  return 0;
+}
