@@ -100,20 +100,21 @@ void FrameFeeder::ProcessUnit(std::vector<_ori_point>& buffer, FedFrame* owner, 
   Route(buffer, seq);
 }
 
-// The packet that came back is the one named by its first point's stamp; a packet whose first
-// point carries none (an empty packet) is taken to be the one just fed. Packets are handed back
-// in the order they were given, so every packet before it is now final.
+// The packet that came back is the one named by its first point's stamp. Packets are handed
+// back in the order they were given, so every packet before it is now final. A packet that comes
+// back empty tells nothing about order: it is taken to be the one just fed and finalises nothing.
 void FrameFeeder::Route(std::vector<_ori_point>& buffer, uint32_t fedSeq) {
-  uint32_t seq = fedSeq;
-  if (!buffer.empty() && ReadStamp(buffer.front()).unit != 0) {
-    seq = ReadStamp(buffer.front()).unit;
-  }
+  bool named = !buffer.empty() && ReadStamp(buffer.front()).unit != 0;
+  uint32_t seq = named ? ReadStamp(buffer.front()).unit : fedSeq;
   Unit* unit = FindUnit(seq);
   if (unit == nullptr) {
     return;  // an empty packet pushed in at the end, or a packet already handed on
   }
   unit->result.swap(buffer);
   unit->returned = true;
+  if (!named) {
+    return;
+  }
   for (Unit& earlier : units_) {
     if (earlier.seq >= seq) {
       break;

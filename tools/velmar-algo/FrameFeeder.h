@@ -8,7 +8,8 @@
 // packet comes back more than once, its last version counts; once the recording ends, packets
 // still held by the pipeline are pushed out with empty packets of the same size. The stamps are
 // replaced by the recording's own bytes before a frame is handed on, so no point is lost,
-// duplicated or altered on the way.
+// duplicated or altered on the way. Pipelines are taken to hand packets back in the order they
+// were given, as every algorithm of the library does.
 #ifndef VELMAR_TOOLS_VELMAR_ALGO_FRAME_FEEDER_H
 #define VELMAR_TOOLS_VELMAR_ALGO_FRAME_FEEDER_H
 
