@@ -5,6 +5,7 @@
 #ifndef VELMAR_TOOLS_SIM_SENSOR_MODEL_H
 #define VELMAR_TOOLS_SIM_SENSOR_MODEL_H
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -62,7 +63,10 @@ struct SensorModel {
 
   std::vector<double> elevationDeg;  // per channel index (0-based), degrees above horizontal
 
+  uint32_t edgeChannels;  // channels at each end of a bank that pick up close-range noise
   GhostRule ghostRule;
+  // Channel numbers of each group, for GhostRule::kChannelGroups.
+  std::vector<std::array<uint32_t, 3>> channelGroups;
   std::vector<FixedEchoWindow> fixedEchoes;
 
   // Derived layout.

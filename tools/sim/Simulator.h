@@ -28,6 +28,8 @@ class Simulator {
 
   const SensorModel& Model() const { return *model_; }
   const SimulationSettings& Settings() const { return settings_; }
+  // The world the frames are cast from (objects and their motion), e.g. for checks and views.
+  const Scene& World() const { return *scene_; }
 
   // Fills `frame` with frame `index` (Model().PointsPerFrame() points, the last one marked).
   // The vector's storage is reused from call to call.

@@ -1,0 +1,248 @@
+// Point order, packet shape and per-point conventions of every simulated model.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+
+#include "ToolsTestSupport.h"
+#include "sim/SensorModel.h"
+
+namespace velmar {
+namespace sim {
+namespace {
+
+constexpr double kGridStart = 30.0;
+constexpr double kGridStep = 0.167;
+constexpr int kGridColumns = 720;
+
+// Column of the angle grid that the library's per-cell algorithms use.
+int GridColumn(double angle) {
+  return static_cast<int>(std::floor((angle - kGridStart) / kGridStep));
+}
+
+class FrameLayoutTest : public ::testing::TestWithParam<std::string> {
+ protected:
+  void SetUp() override {
+    model_ = FindSensorModel(GetParam());
+    ASSERT_NE(model_, nullptr);
+    frame_ = test::Generate(test::Settings(GetParam(), "empty"));
+  }
+  const SensorModel* model_ = nullptr;
+  std::vector<_ori_point> frame_;
+};
+
+TEST_P(FrameLayoutTest, NameMatchesTheLibrarysModelName) {
+  EXPECT_EQ(LidarTypeToStr(model_->type), model_->name);
+  EXPECT_EQ(model_->elevationDeg.size(), model_->channels);
+}
+
+TEST_P(FrameLayoutTest, FrameIsWholePacketsOfWholeColumns) {
+  ASSERT_EQ(frame_.size(), model_->PointsPerFrame());
+  EXPECT_EQ(frame_.size(),
+            std::size_t{model_->faces} * model_->ColumnsPerFace() * model_->channels);
+  EXPECT_EQ(frame_.size() % model_->packetPoints, 0u);
+  EXPECT_EQ(model_->packetPoints % model_->channels, 0u);
+}
+
+TEST_P(FrameLayoutTest, ColumnsHoldEveryChannelInOrderAtOneAngleAndTime) {
+  for (std::size_t i = 0; i < frame_.size(); ++i) {
+    const uint32_t channelIndex = i % model_->channels;
+    ASSERT_EQ(frame_[i].channel, model_->firstChannel + channelIndex) << "point " << i;
+    if (channelIndex > 0) {
+      ASSERT_EQ(frame_[i].hor_angle, frame_[i - 1].hor_angle) << "point " << i;
+      ASSERT_EQ(frame_[i].timestamp, frame_[i - 1].timestamp) << "point " << i;
+    } else if (i > 0) {
+      ASSERT_GT(frame_[i].timestamp, frame_[i - 1].timestamp) << "point " << i;
+    }
+  }
+}
+
+TEST_P(FrameLayoutTest, EachFaceSweepsTheWholeGridOnceAndCrossesBothEnds) {
+  if (model_->faces == 1) {
+    GTEST_SKIP() << "a full-turn sensor has no angle grid";
+  }
+  const uint32_t columns = model_->ColumnsPerFace();
+  for (uint32_t slot = 0; slot < model_->faces; ++slot) {
+    const std::size_t first = std::size_t{slot} * model_->PointsPerFace();
+    std::set<int> gridColumns;
+    for (uint32_t c = 0; c < columns; ++c) {
+      const double angle = frame_[first + std::size_t{c} * model_->channels].hor_angle;
+      if (c > 0) {
+        const double previous = frame_[first + std::size_t{c - 1} * model_->channels].hor_angle;
+        EXPECT_NEAR(angle - previous, kGridStep, 1e-9);
+      }
+      const int grid = GridColumn(angle);
+      if (grid >= 0 && grid < kGridColumns) {
+        EXPECT_TRUE(gridColumns.insert(grid).second) << "grid column " << grid << " twice";
+      }
+    }
+    EXPECT_EQ(gridColumns.size(), static_cast<std::size_t>(kGridColumns));
+    // Frame-end and re-arm rules look for angles below 30 and above 150 degrees.
+    EXPECT_LT(frame_[first].hor_angle, kGridStart);
+    EXPECT_GT(frame_[first + model_->PointsPerFace() - 1].hor_angle, 150.0);
+    EXPECT_EQ(
+        GridColumn(frame_[first + std::size_t{model_->turnColumns} * model_->channels].hor_angle),
+        0);
+  }
+}
+
+TEST_P(FrameLayoutTest, OnlyTheLastPointIsMarked) {
+  for (std::size_t i = 0; i + 1 < frame_.size(); ++i) {
+    ASSERT_EQ(frame_[i].mark, 0) << "point " << i;
+  }
+  EXPECT_NE(frame_.back().mark, 0);
+}
+
+TEST_P(FrameLayoutTest, FacesFollowTheirTimeSlots) {
+  for (std::size_t i = 0; i < frame_.size(); ++i) {
+    const uint32_t slot = static_cast<uint32_t>(i / model_->PointsPerFace());
+    const uint32_t channelIndex = i % model_->channels;
+    ASSERT_EQ(frame_[i].mirror, model_->Mirror(slot, channelIndex)) << "point " << i;
+    ASSERT_EQ(frame_[i].echo, model_->Echo(channelIndex)) << "point " << i;
+    ASSERT_LE(frame_[i].mirror, 2u);
+    ASSERT_LE(frame_[i].echo, 1u);
+  }
+  // One sweep: from the first column of a face to the first column after its last one.
+  const _ori_point& lastOfFace = frame_[model_->PointsPerFace() - 1];
+  const double sweep = 1e-9 * static_cast<double>(lastOfFace.timestamp - frame_[0].timestamp) +
+                       model_->ColumnPeriodSec();
+  EXPECT_NEAR(sweep, model_->facePeriodSec, 1e-6);
+}
+
+TEST_P(FrameLayoutTest, ReturnsLieAlongTheirBeam) {
+  for (const _ori_point& p : frame_) {
+    if (p.distance <= 0.0) {
+      ASSERT_EQ(p.x, 0.0);
+      continue;
+    }
+    ASSERT_NEAR(std::sqrt(p.x * p.x + p.y * p.y + p.z * p.z), p.distance, 1e-9);
+    // y is the forward axis: the horizontal angle is measured from x towards y.
+    ASSERT_NEAR(std::remainder(std::atan2(p.y, p.x) * 180.0 / M_PI - p.hor_angle, 360.0), 0.0,
+                1e-9);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, FrameLayoutTest,
+                         ::testing::Values("Marlo128", "ZephelB2/B3/MP", "QuillA4", "ZephelT",
+                                           "Orvik16"),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                           std::string name;
+                           for (char c : info.param) {
+                             name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+                           }
+                           return name;
+                         });
+
+TEST(Marlo128LayoutTest, BanksRunOneFaceApartWithEchoValues) {
+  const SensorModel& m = *FindSensorModel("Marlo128");
+  // Slot 0 carries both reference faces, slot 2 both near-range faces.
+  EXPECT_EQ(m.Mirror(0, 0), 0u);
+  EXPECT_EQ(m.Echo(0), 1u);
+  EXPECT_EQ(m.Mirror(0, 64), 2u);
+  EXPECT_EQ(m.Echo(64), 0u);
+  EXPECT_EQ(m.Mirror(1, 63), 1u);
+  EXPECT_EQ(m.Mirror(1, 64), 0u);
+  EXPECT_EQ(m.Mirror(2, 0), 2u);
+  EXPECT_EQ(m.Mirror(2, 127), 1u);
+  EXPECT_EQ(m.packetPoints, 128u);
+  EXPECT_EQ(m.packetPoints % 32, 0u);
+}
+
+TEST(Marlo128LayoutTest, ChannelPairsAreNeighboursAndBanksInterleave) {
+  const SensorModel& m = *FindSensorModel("Marlo128");
+  for (uint32_t i = 0; i + 1 < 64; ++i) {
+    EXPECT_NEAR(m.elevationDeg[i] - m.elevationDeg[i + 1], 0.4, 1e-12);
+    EXPECT_NEAR(m.elevationDeg[i] - m.elevationDeg[i + 64], 0.2, 1e-12);
+  }
+}
+
+TEST(Marlo128LayoutTest, NearFacesSeeOnlyNearTargetsAndOtherFacesOnlyFarOnes) {
+  const std::vector<_ori_point> frame = test::Generate(test::Settings("Marlo128", "city", 5));
+  int near = 0;
+  int far = 0;
+  for (const _ori_point& p : frame) {
+    if (p.distance <= 0.0) {
+      continue;
+    }
+    const bool nearFace = (p.mirror == 2 && p.echo == 1) || (p.mirror == 1 && p.echo == 0);
+    if (nearFace) {
+      ASSERT_LT(p.distance, 2.55 + 0.1);
+      ++near;
+    } else {
+      ASSERT_GT(p.distance, 2.45 - 0.1);
+      ++far;
+    }
+  }
+  EXPECT_GT(far, 10000);
+  EXPECT_EQ(near, 0);  // nothing stands within 2.5 m of the sensor in this street
+}
+
+TEST(Marlo128LayoutTest, ReferenceFaceSweepEndsWithAPacketBeyond150Degrees) {
+  const SensorModel& m = *FindSensorModel("Marlo128");
+  const std::vector<_ori_point> frame = test::Generate(test::Settings("Marlo128", "empty"));
+  int triggers = 0;
+  for (std::size_t i = 0; i < frame.size(); i += m.packetPoints) {
+    const _ori_point& first = frame[i];
+    triggers += first.hor_angle > 150.0 && first.echo == 1 && first.mirror == 0;
+  }
+  EXPECT_GE(triggers, 1);
+  EXPECT_LT(triggers, 5);
+}
+
+TEST(ZephelTLayoutTest, ChannelGroupsCoverEveryChannelOnce) {
+  const SensorModel& m = *FindSensorModel("ZephelT");
+  ASSERT_EQ(m.channelGroups.size(), 32u);
+  std::set<uint32_t> seen;
+  for (const auto& group : m.channelGroups) {
+    for (uint32_t channel : group) {
+      EXPECT_TRUE(seen.insert(channel).second) << channel;
+    }
+  }
+  EXPECT_EQ(seen.size(), 96u);
+  EXPECT_EQ(*seen.begin(), 1u);
+  EXPECT_EQ(*seen.rbegin(), 96u);
+  EXPECT_EQ(m.packetPoints, m.channels);  // one column per packet
+}
+
+TEST(Zephel64LayoutTest, PacketsHoldTwoColumnsAndOnlyTheTurnPacketsStartOffGrid) {
+  const SensorModel& m = *FindSensorModel("ZephelB2/B3/MP");
+  const std::vector<_ori_point> frame = test::Generate(test::Settings(m.name, "empty"));
+  ASSERT_EQ(m.packetPoints, 2 * m.channels);
+  int beforeGrid = 0;
+  for (std::size_t i = 0; i < frame.size(); i += m.packetPoints) {
+    beforeGrid += frame[i].hor_angle < kGridStart || frame[i + 64].hor_angle < kGridStart;
+    EXPECT_EQ(frame[i].channel, 1u);
+    EXPECT_EQ(frame[i + 64].channel, 1u);
+  }
+  EXPECT_EQ(beforeGrid, static_cast<int>(m.faces));
+}
+
+TEST(Orvik16LayoutTest, PacketsAreTwentyRunsOfSixteenOverAFullTurn) {
+  const SensorModel& m = *FindSensorModel("Orvik16");
+  const std::vector<_ori_point> frame = test::Generate(test::Settings(m.name, "empty"));
+  ASSERT_EQ(m.packetPoints, 320u);
+  ASSERT_EQ(frame.size() % 320, 0u);
+  for (std::size_t i = 0; i < frame.size(); ++i) {
+    ASSERT_EQ(frame[i].channel, 1 + i % 16);
+    ASSERT_EQ(frame[i].mirror, 0u);
+  }
+  EXPECT_GT(frame.front().hor_angle, 0.0);
+  EXPECT_LT(frame.front().hor_angle, 0.2);
+  EXPECT_GT(frame.back().hor_angle, 359.8);
+  EXPECT_LT(frame.back().hor_angle, 360.0);
+  // Neighbours in a run are neighbours in elevation.
+  for (uint32_t i = 0; i + 1 < 16; ++i) {
+    EXPECT_NEAR(m.elevationDeg[i] - m.elevationDeg[i + 1], 2.0, 1e-12);
+  }
+}
+
+TEST(SensorModelTest, UnknownNameIsNotFound) {
+  EXPECT_EQ(FindSensorModel("Marlo129"), nullptr);
+  EXPECT_EQ(FindSensorModel(""), nullptr);
+  EXPECT_THROW(Simulator(test::Settings("marlo128")), std::invalid_argument);
+  EXPECT_THROW(Simulator(test::Settings("Marlo128", "moon")), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace sim
+}  // namespace velmar

@@ -1,0 +1,274 @@
+#include "sim/Recording.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace velmar {
+namespace sim {
+namespace {
+
+constexpr const char* kIndexFile = "recording.json";
+constexpr const char* kFormatName = "velmar-recording";
+constexpr int kFormatVersion = 1;
+
+namespace fs = std::filesystem;
+using JsonWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+
+[[noreturn]] void Fail(const std::string& path, const std::string& problem) {
+  throw RecordingError(path + ": " + problem);
+}
+
+std::string IndexPath(const std::string& folder) {
+  return (fs::path(folder) / kIndexFile).string();
+}
+
+void WriteIndex(const std::string& folder, const RecordingInfo& info) {
+  rapidjson::StringBuffer buffer;
+  JsonWriter w(buffer);
+  w.StartObject();
+  w.Key("format");
+  w.String(kFormatName);
+  w.Key("format_version");
+  w.Int(kFormatVersion);
+  w.Key("model");
+  w.String(info.model.c_str());
+  w.Key("lidar_type");
+  w.Uint(info.lidarType);
+  w.Key("packet_points");
+  w.Uint(info.packetPoints);
+  w.Key("frames");
+  w.Uint(info.frames);
+  w.Key("seed");
+  w.Uint64(info.seed);
+  w.Key("scene");
+  w.StartObject();
+  w.Key("name");
+  w.String(info.scene.name.c_str());
+  w.Key("ego_speed");
+  w.Double(info.scene.egoSpeed);
+  w.Key("ground_slope");
+  w.Double(info.scene.groundSlope);
+  w.EndObject();
+  w.Key("noise");
+  w.StartObject();
+  for (const NoiseKindInfo& kind : NoiseKinds()) {
+    w.Key(kind.name);
+    w.Double(info.noise[kind.kind]);
+  }
+  w.EndObject();
+  w.Key("attributes");
+  w.StartObject();
+  for (const auto& attribute : info.attributes) {
+    w.Key(attribute.first.c_str());
+    w.String(attribute.second.c_str());
+  }
+  w.EndObject();
+  w.Key("frame_files");
+  w.StartArray();
+  for (uint32_t i = 0; i < info.frames; ++i) {
+    w.String(FrameFileName(i).c_str());
+  }
+  w.EndArray();
+  w.EndObject();
+
+  const std::string path = IndexPath(folder);
+  std::ofstream out(path, std::ios::trunc);
+  out << buffer.GetString() << '\n';
+  out.flush();
+  if (!out) {
+    Fail(path, "cannot write the file");
+  }
+}
+
+// Typed member access that names the offending key.
+class IndexReader {
+ public:
+  IndexReader(const std::string& path, const rapidjson::Value& object)
+      : path_(path), object_(object) {}
+
+  const rapidjson::Value& Member(const char* key) const {
+    auto it = object_.FindMember(key);
+    if (it == object_.MemberEnd()) {
+      Fail(path_, std::string("missing \"") + key + "\"");
+    }
+    return it->value;
+  }
+  std::string String(const char* key) const {
+    const rapidjson::Value& v = Member(key);
+    if (!v.IsString()) {
+      Fail(path_, std::string("\"") + key + "\" must be a string");
+    }
+    return std::string(v.GetString(), v.GetStringLength());
+  }
+  uint32_t Uint(const char* key) const {
+    const rapidjson::Value& v = Member(key);
+    if (!v.IsUint()) {
+      Fail(path_, std::string("\"") + key + "\" must be a non-negative integer");
+    }
+    return v.GetUint();
+  }
+  uint64_t Uint64(const char* key) const {
+    const rapidjson::Value& v = Member(key);
+    if (!v.IsUint64()) {
+      Fail(path_, std::string("\"") + key + "\" must be a non-negative integer");
+    }
+    return v.GetUint64();
+  }
+  double Number(const char* key) const {
+    const rapidjson::Value& v = Member(key);
+    if (!v.IsNumber()) {
+      Fail(path_, std::string("\"") + key + "\" must be a number");
+    }
+    return v.GetDouble();
+  }
+  IndexReader Object(const char* key) const {
+    const rapidjson::Value& v = Member(key);
+    if (!v.IsObject()) {
+      Fail(path_, std::string("\"") + key + "\" must be an object");
+    }
+    return IndexReader(path_, v);
+  }
+  const rapidjson::Value& Value() const { return object_; }
+
+ private:
+  const std::string& path_;
+  const rapidjson::Value& object_;
+};
+
+std::string ReadWholeFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    Fail(path, "cannot open the file (is this a recording folder?)");
+  }
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+RecordingInfo ParseIndex(const std::string& path) {
+  const std::string text = ReadWholeFile(path);
+  rapidjson::Document doc;
+  doc.Parse(text.c_str(), text.size());
+  if (doc.HasParseError()) {
+    Fail(path, std::string("invalid JSON at offset ") + std::to_string(doc.GetErrorOffset()) +
+                   ": " + rapidjson::GetParseError_En(doc.GetParseError()));
+  }
+  if (!doc.IsObject()) {
+    Fail(path, "the top level must be an object");
+  }
+  const IndexReader root(path, doc);
+  if (root.String("format") != kFormatName) {
+    Fail(path, std::string("\"format\" must be \"") + kFormatName + "\"");
+  }
+  if (root.Uint("format_version") != kFormatVersion) {
+    Fail(path, "unsupported \"format_version\"");
+  }
+  RecordingInfo info;
+  info.model = root.String("model");
+  info.lidarType = root.Uint("lidar_type");
+  info.packetPoints = root.Uint("packet_points");
+  info.frames = root.Uint("frames");
+  info.seed = root.Uint64("seed");
+  const IndexReader scene = root.Object("scene");
+  info.scene.name = scene.String("name");
+  info.scene.egoSpeed = scene.Number("ego_speed");
+  info.scene.groundSlope = scene.Number("ground_slope");
+  const IndexReader noise = root.Object("noise");
+  for (const NoiseKindInfo& kind : NoiseKinds()) {
+    info.noise[kind.kind] = noise.Number(kind.name);
+  }
+  for (const auto& member : root.Object("attributes").Value().GetObject()) {
+    if (!member.value.IsString()) {
+      Fail(path, "attribute values must be strings");
+    }
+    info.attributes[member.name.GetString()] = member.value.GetString();
+  }
+  const rapidjson::Value& files = root.Member("frame_files");
+  if (!files.IsArray() || files.Size() != info.frames) {
+    Fail(path, "\"frame_files\" must list one file per frame");
+  }
+  for (uint32_t i = 0; i < info.frames; ++i) {
+    if (!files[i].IsString() || FrameFileName(i) != files[i].GetString()) {
+      Fail(path,
+           "\"frame_files\" entry " + std::to_string(i) + " must be \"" + FrameFileName(i) + "\"");
+    }
+  }
+  return info;
+}
+
+}  // namespace
+
+std::string FrameFileName(uint32_t index) {
+  char name[32];
+  std::snprintf(name, sizeof(name), "frame_%06u.pcd", index);
+  return name;
+}
+
+RecordingWriter::RecordingWriter(const std::string& folder, const RecordingInfo& info)
+    : folder_(folder), info_(info) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (error || !fs::is_directory(folder)) {
+    Fail(folder, "cannot create the recording folder");
+  }
+  info_.frames = 0;
+  // An index listing no frames yet: an interrupted run leaves a valid, shorter recording.
+  WriteIndex(folder_, info_);
+}
+
+RecordingWriter::~RecordingWriter() {
+  if (!closed_) {
+    try {
+      Close();
+    } catch (const RecordingError&) {
+      // A destructor cannot report; callers that care call Close() themselves.
+    }
+  }
+}
+
+void RecordingWriter::WriteFrame(const std::vector<_ori_point>& frame) {
+  if (closed_) {
+    Fail(folder_, "the recording is already closed");
+  }
+  WritePcd((fs::path(folder_) / FrameFileName(info_.frames)).string(), frame);
+  ++info_.frames;
+}
+
+void RecordingWriter::Close() {
+  closed_ = true;
+  WriteIndex(folder_, info_);
+}
+
+RecordingReader::RecordingReader(const std::string& folder)
+    : folder_(folder), info_(ParseIndex(IndexPath(folder))) {}
+
+std::string RecordingReader::FramePath(uint32_t index) const {
+  return (fs::path(folder_) / FrameFileName(index)).string();
+}
+
+void RecordingReader::ReadFrame(uint32_t index, std::vector<_ori_point>& frame) const {
+  if (index >= info_.frames) {
+    Fail(IndexPath(folder_), "frame " + std::to_string(index) + " requested, the recording has " +
+                                 std::to_string(info_.frames));
+  }
+  ReadPcd(FramePath(index), frame);
+}
+
+bool RecordingReader::NextFrame(std::vector<_ori_point>& frame) {
+  if (next_ >= info_.frames) {
+    return false;
+  }
+  ReadFrame(next_, frame);
+  ++next_;
+  return true;
+}
+
+}  // namespace sim
+}  // namespace velmar

@@ -1,0 +1,65 @@
+#include "sim/Simulator.h"
+
+#include <cmath>
+#include <stdexcept>
+
+#include "sim/FrameBuilder.h"
+#include "sim/Random.h"
+#include "sim/Scene.h"
+
+namespace velmar {
+namespace sim {
+namespace {
+
+// Random streams: the scene layout and the noise of each frame draw from separate streams.
+constexpr uint64_t kSceneStream = 0x5CE9E;
+constexpr uint64_t kFrameStream = 0xF8A3E;
+
+const SensorModel& RequireModel(const std::string& name) {
+  const SensorModel* model = FindSensorModel(name);
+  if (model == nullptr) {
+    throw std::invalid_argument("unknown model \"" + name + "\"");
+  }
+  return *model;
+}
+
+void CheckRates(const NoiseSettings& noise) {
+  for (const NoiseKindInfo& info : NoiseKinds()) {
+    const double rate = noise[info.kind];
+    if (!(rate >= 0.0 && rate <= 1.0)) {
+      throw std::invalid_argument(std::string("rate of ") + info.name + " must lie in [0, 1]");
+    }
+  }
+}
+
+}  // namespace
+
+Simulator::Simulator(const SimulationSettings& settings)
+    : settings_(settings), model_(&RequireModel(settings.model)) {
+  CheckRates(settings.noise);
+  if (!std::isfinite(settings.scene.egoSpeed) || !std::isfinite(settings.scene.groundSlope)) {
+    throw std::invalid_argument("ego speed and ground slope must be finite");
+  }
+  const double duration = settings.frames * model_->FramePeriodSec();
+  scene_ = std::make_unique<Scene>(settings.scene, *model_, duration,
+                                   StreamSeed(settings.seed, kSceneStream));
+  builder_ = std::make_unique<FrameBuilder>(*model_, settings.noise,
+                                            StreamSeed(settings.seed, kFrameStream));
+}
+
+Simulator::~Simulator() = default;
+
+void Simulator::GenerateFrame(uint32_t index, std::vector<_ori_point>& frame) {
+  builder_->Build(*scene_, index, frame);
+}
+
+bool Simulator::NextFrame(std::vector<_ori_point>& frame) {
+  if (next_ >= settings_.frames) {
+    return false;
+  }
+  GenerateFrame(next_++, frame);
+  return true;
+}
+
+}  // namespace sim
+}  // namespace velmar

@@ -1,0 +1,108 @@
+// velmar-algo simulate: generates frames of a sensor model in a scene, with the chosen noise,
+// and writes them as a recording.
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Commands.h"
+#include "sim/Recording.h"
+#include "sim/Simulator.h"
+
+namespace velmar {
+namespace tools {
+namespace {
+
+struct SimulateOptions {
+  sim::SimulationSettings settings;
+  std::string output;
+};
+
+std::string Catalogue() {
+  std::ostringstream text;
+  text << "\nModels:\n";
+  for (const sim::SensorModel& m : sim::SensorModels()) {
+    text << "  " << m.name << ": " << m.channels << " channels, " << m.faces << " faces x "
+         << m.ColumnsPerFace() << " columns, packets of " << m.packetPoints << " points, "
+         << m.PointsPerFrame() << " points per frame\n";
+  }
+  text << "Scenes:\n";
+  for (const sim::SceneInfo& s : sim::SceneNames()) {
+    text << "  " << s.name << ": " << s.description << "\n";
+  }
+  text << "Noise kinds (each --<kind> RATE, RATE in [0, 1], default 0):\n";
+  for (const sim::NoiseKindInfo& n : sim::NoiseKinds()) {
+    text << "  " << n.name << ": " << n.description << "\n";
+  }
+  return text.str();
+}
+
+void RunSimulate(const SimulateOptions& options) {
+  sim::Simulator simulator(options.settings);
+  const sim::SensorModel& model = simulator.Model();
+  sim::RecordingInfo info;
+  info.model = model.name;
+  info.lidarType = model.type;
+  info.packetPoints = model.packetPoints;
+  info.scene = options.settings.scene;
+  info.noise = options.settings.noise;
+  info.seed = options.settings.seed;
+  sim::RecordingWriter writer(options.output, info);
+  std::vector<_ori_point> frame;
+  while (simulator.NextFrame(frame)) {
+    writer.WriteFrame(frame);
+  }
+  writer.Close();
+  std::cout << "wrote " << options.settings.frames << " frames of " << model.name << " ("
+            << model.PointsPerFrame() << " points each) to " << options.output << std::endl;
+}
+
+}  // namespace
+
+void AddSimulateCommand(CLI::App& app) {
+  auto options = std::make_shared<SimulateOptions>();
+  CLI::App* cmd = app.add_subcommand("simulate", "Write a simulated recording with ground truth");
+  cmd->footer(Catalogue());
+
+  std::vector<std::string> models;
+  for (const sim::SensorModel& m : sim::SensorModels()) {
+    models.push_back(m.name);
+  }
+  std::vector<std::string> scenes;
+  for (const sim::SceneInfo& s : sim::SceneNames()) {
+    scenes.push_back(s.name);
+  }
+  sim::SimulationSettings& s = options->settings;
+  cmd->add_option("--model", s.model, "Sensor model")
+      ->check(CLI::IsMember(models))
+      ->capture_default_str();
+  cmd->add_option("--scene", s.scene.name, "Scene")
+      ->check(CLI::IsMember(scenes))
+      ->capture_default_str();
+  cmd->add_option("--frames", s.frames, "Number of frames")->capture_default_str();
+  cmd->add_option("--seed", s.seed, "Random seed")->capture_default_str();
+  cmd->add_option("--ego-speed", s.scene.egoSpeed, "Sensor speed along the forward axis, m/s")
+      ->capture_default_str();
+  cmd->add_option("--slope", s.scene.groundSlope, "Rise of the road per metre forward")
+      ->capture_default_str();
+  for (const sim::NoiseKindInfo& n : sim::NoiseKinds()) {
+    cmd->add_option(std::string("--") + n.name, s.noise[n.kind], n.description)
+        ->check(CLI::Range(0.0, 1.0));
+  }
+  cmd->add_option("-o,--output", options->output, "Recording folder to write")->required();
+
+  cmd->callback([options]() {
+    try {
+      RunSimulate(*options);
+    } catch (const std::exception& error) {
+      std::cerr << "velmar-algo simulate: " << error.what() << std::endl;
+      throw CLI::RuntimeError(1);
+    }
+  });
+}
+
+}  // namespace tools
+}  // namespace velmar
