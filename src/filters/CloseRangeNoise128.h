@@ -1,14 +1,23 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Removes near returns with a short pulse from whole Marlo128 frames.
 #ifndef VELMAR_FILTERS_CLOSE_RANGE_NOISE128_H
 #define VELMAR_FILTERS_CLOSE_RANGE_NOISE128_H
 
-#include "framework/PassThroughAlgo.h"
+#include "framework/AlgoBase.h"
 
 namespace velmar {
 
-class CloseRangeNoise128 : public PassThroughAlgo {
+class CloseRangeNoise128 : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override {}
+
+  float min_distance = 5.0f;  // metres; a point at this range or nearer is a candidate
+  float min_pulse = 5.5f;     // a candidate with this pulse width or less is removed
 };
 
 }  // namespace velmar

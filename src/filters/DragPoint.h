@@ -1,14 +1,55 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Removes or grades drag points: returns smeared along a neighbour's line of sight, as seen between
+// a near edge and the background behind it. Works on packets and answers each call with the
+// previous packet, filtered, because a packet's first column needs the next packet's columns.
 #ifndef VELMAR_FILTERS_DRAG_POINT_H
 #define VELMAR_FILTERS_DRAG_POINT_H
 
-#include "framework/PassThroughAlgo.h"
+#include <cstddef>
+#include <vector>
+
+#include "framework/AlgoBase.h"
 
 namespace velmar {
 
-class DragPoint : public PassThroughAlgo {
+class DragPoint : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& points) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override;
+
+  // Angles in degrees, distances in metres. The cosines are derived by ParseParams.
+  double angle_threshold_filtered = 4.0;
+  double dist_threshold_filtered = 2.0;
+  double angle_threshold_level_2 = 7.0;
+  double dist_threshold_level_2 = 2.0;
+  double angle_threshold_level_1 = 10.0;
+  double dist_threshold_level_1 = 2.0;
+  double cos_filtered = 0.0;
+  double cos_level_2 = 0.0;
+  double cos_level_1 = 0.0;
+
+  // The packet before the delayed one, the delayed packet (answered on the next call) and the
+  // packet given last. Their storage is kept so that a running filter never reallocates.
+  std::vector<_ori_point> older_packet;
+  std::vector<_ori_point> delayed_packet;
+  std::vector<_ori_point> latest_packet;
+
+  // "ZephelT" packets are a single column.
+  bool single_block = false;
+
+ private:
+  enum class Verdict { kNone, kRemove, kLevel2, kLevel1 };
+
+  void FilterBlock(std::vector<_ori_point>& packet, std::size_t block, std::size_t block_count,
+                   std::size_t block_points);
+  // Returns true when `neighbour_index` exists in `source` and its verdict has been applied.
+  bool JudgeAgainst(_ori_point& point, const std::vector<_ori_point>& source,
+                    std::size_t neighbour_index) const;
+  Verdict Judge(const _ori_point& point, const _ori_point& neighbour) const;
 };
 
 }  // namespace velmar

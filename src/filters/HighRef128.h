@@ -1,14 +1,29 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Removes the ghost that a strong (wide-pulse) Marlo128 return casts into a partner channel of its
+// 32-channel group, a fixed range behind the strong return.
 #ifndef VELMAR_FILTERS_HIGH_REF128_H
 #define VELMAR_FILTERS_HIGH_REF128_H
 
-#include "framework/PassThroughAlgo.h"
+#include "framework/AlgoBase.h"
 
 namespace velmar {
 
-class HighRef128 : public PassThroughAlgo {
+class HighRef128 : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  // The group count describes the sensor's packet shape, not the scene, so a clear keeps it.
+  void ClearCache() override {}
+
+  int32_t pulse_threshold = 40;  // a pulse width above this marks a strong return
+  float ghost_distance = 67.0f;  // metres between a strong return and its ghost
+  uint32_t group_count = 0;      // 32-point groups of the last packet of a known size
+
+ private:
+  void FilterGroup(std::vector<_ori_point>& frame, std::size_t group_start) const;
 };
 
 }  // namespace velmar

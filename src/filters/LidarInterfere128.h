@@ -1,14 +1,51 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Removes Marlo128 returns that the recent past does not support. Interference from other sensors
+// lands at random from one frame to the next, while real surfaces return at nearly the same range
+// in the same direction frame after frame.
 #ifndef VELMAR_FILTERS_LIDAR_INTERFERE128_H
 #define VELMAR_FILTERS_LIDAR_INTERFERE128_H
 
-#include "framework/PassThroughAlgo.h"
+#include <cstddef>
+
+#include "framework/AlgoBase.h"
 
 namespace velmar {
 
-class LidarInterfere128 : public PassThroughAlgo {
+class LidarInterfere128 : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  // Cells of one grid: 720 angle columns by 129 channel rows (one spare row past the last
+  // channel, so the neighbour cells of the last row stay inside the grid).
+  static constexpr int32_t kColumns = 720;
+  static constexpr int32_t kRows = 128;
+  static constexpr std::size_t kGridCells = static_cast<std::size_t>(kColumns) * (kRows + 1);
+  static constexpr int32_t kHistoryFrames = 5;
+
+  LidarInterfere128(const std::string& name, const std::string& desc, LidarType type);
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override;
+
+  int32_t presencepoint = 1;     // least occupied nearby cells over the remembered frames
+  int32_t nearpoint = 1;         // least of those within distance_thred of the return
+  double distance_thred = 10.0;  // metres
+
+ private:
+  // Cell index of a point, or -1 when the point lies outside the grid.
+  static int32_t CellOf(const _ori_point& p);
+  bool IsSupportedByHistory(int32_t cell, double distance) const;
+  void EndFrame();
+  float* Grid(std::size_t slot) { return grids_.data() + slot * kGridCells; }
+  const float* Grid(std::size_t slot) const { return grids_.data() + slot * kGridCells; }
+
+  // One ring of kHistoryFrames + 1 grids, allocated once: the slot `current_` collects the frame
+  // being scanned, the others are the last kHistoryFrames finished frames. A cell holds the range
+  // of the first return of its frame in it, or 0 when it had none.
+  std::vector<float> grids_;
+  std::size_t current_ = 0;
+  // Frame ends seen, held once the history is full of real frames.
+  int32_t frames_seen_ = 0;
 };
 
 }  // namespace velmar

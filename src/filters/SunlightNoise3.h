@@ -1,14 +1,24 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Removes single near returns with a short, weak pulse, the usual footprint of direct sunlight.
 #ifndef VELMAR_FILTERS_SUNLIGHT_NOISE3_H
 #define VELMAR_FILTERS_SUNLIGHT_NOISE3_H
 
-#include "framework/PassThroughAlgo.h"
+#include "framework/AlgoBase.h"
 
 namespace velmar {
 
-class SunlightNoise3 : public PassThroughAlgo {
+class SunlightNoise3 : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override {}  // the thresholds are tuned for the one supported model
+  void ClearCache() override {}
+
+  double max_distance = 3.0;
+  double strength_threshold = 0.9;
+  double max_pulse_width = 3.0;
 };
 
 }  // namespace velmar

@@ -28,7 +28,7 @@ class LidarAlgo : public ILidarAlgo {
   // The assembled algorithms in processing order; for inspection by tools and tests.
   std::vector<std::shared_ptr<AlgoBase>> Algorithms();
 
- private:
+ protected:
   // Builds the algorithm of one "algo_list" entry, or nullptr when the entry is skipped.
   std::shared_ptr<AlgoBase> AssembleEntry(const rapidjson::Value& entry) const;
   bool AcceptsModel(AlgoBase& algo, const rapidjson::Value* lidarTypes) const;

@@ -1,14 +1,49 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Moves every point from the sensor's frame into the mounting frame: an optional swap of the
+// horizontal axes, a rotation and a translation, with an optional second rotation and translation
+// folded into the first when the parameters are read.
 #ifndef VELMAR_GEOMETRY_CALCULATE_ROTATE_ALL_POINT_CLOUD_H
 #define VELMAR_GEOMETRY_CALCULATE_ROTATE_ALL_POINT_CLOUD_H
 
-#include "framework/PassThroughAlgo.h"
+#include <array>
+
+#include "framework/AlgoBase.h"
 
 namespace velmar {
 
-class CalculateRotateAllPointCloud : public PassThroughAlgo {
+class CalculateRotateAllPointCloud : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using Vector3 = std::array<double, 3>;
+  using Matrix3 = std::array<Vector3, 3>;  // row-major
+
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& /*lidarTypeName*/) override { return true; }
+  void ParseParams() override;
+  void ClearCache() override {}
+
+  // Angles in degrees; the rotation is applied about x first, then y, then z.
+  void SetXYZRotateAngle(float rx, float ry, float rz);
+  void SetXYZTransVec(float tx, float ty, float tz);
+  // Composes a second rotation and translation after the current transform.
+  void SetSecondTransform(float rx2, float ry2, float rz2, float tx2, float ty2, float tz2);
+
+  bool x_forward = false;
+  Vector3 trans = {0.0, 0.0, 0.0};
+  // pi/180 rounded to single precision on purpose: configured mountings were calibrated with
+  // this factor, and the exact value would shift every point slightly.
+  double deg_to_rad = static_cast<double>(static_cast<float>(3.14159265358979323846 / 180.0));
+  double sin_x = 0.0;
+  double cos_x = 1.0;
+  double sin_y = 0.0;
+  double cos_y = 1.0;
+  double sin_z = 0.0;
+  double cos_z = 1.0;
+  Matrix3 rot = {{{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}}};
+
+ private:
+  Matrix3 RotationFromDegrees(float rx, float ry, float rz) const;
 };
 
 }  // namespace velmar

@@ -1,14 +1,32 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Shifts points along the forward axis by the distance the vehicle travels between the moments
+// the mirror faces sweep the scene.
 #ifndef VELMAR_GEOMETRY_MIRROR_MOTION_COMPENSATION_H
 #define VELMAR_GEOMETRY_MIRROR_MOTION_COMPENSATION_H
 
-#include "framework/PassThroughAlgo.h"
+#include "framework/AlgoBase.h"
+#include "geometry/MirrorFaces.h"
 
 namespace velmar {
 
-class MirrorMotionCompensation : public PassThroughAlgo {
+class MirrorMotionCompensation : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override {}
+
+  int32_t speed = 0;                                   // vehicle speed, km/h
+  float face_offset[kFaceCount] = {0.0f, 0.0f, 0.0f};  // forward shift per face, metres
+
+ private:
+  void UpdateFaceOffsets();
+  // Models whose faces scan one after the other whatever the echo.
+  bool ShiftsByFaceOnly() const;
+  void ShiftByFace(std::vector<_ori_point>& frame) const;
+  void ShiftByFaceAndEcho(std::vector<_ori_point>& frame) const;
 };
 
 }  // namespace velmar

@@ -1,14 +1,23 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Removes the returns of the mirror face that does not cover a range: face 0 sees the far field,
+// face 1 the near field, and the separation distance splits them.
 #ifndef VELMAR_GEOMETRY_SMALL_BLIND_H
 #define VELMAR_GEOMETRY_SMALL_BLIND_H
 
-#include "framework/PassThroughAlgo.h"
+#include "framework/AlgoBase.h"
 
 namespace velmar {
 
-class SmallBlind : public PassThroughAlgo {
+class SmallBlind : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override {}
+
+  float separate_dist = 3.0f;  // metres
 };
 
 }  // namespace velmar

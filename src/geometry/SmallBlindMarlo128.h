@@ -1,14 +1,28 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// The small-blind correction of the 128-channel models: each return is trusted only on the side
+// of the separation distance that its face (and, for "Marlo128", its echo) covers.
 #ifndef VELMAR_GEOMETRY_SMALL_BLIND_MARLO128_H
 #define VELMAR_GEOMETRY_SMALL_BLIND_MARLO128_H
 
-#include "framework/PassThroughAlgo.h"
+#include "framework/AlgoBase.h"
 
 namespace velmar {
 
-class SmallBlindMarlo128 : public PassThroughAlgo {
+class SmallBlindMarlo128 : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override {}
+
+  float separate_dist_f = 2.5f;  // metres, "Marlo128F"
+  float separate_dist = 2.5f;    // metres, "Marlo128"
+
+ private:
+  void ProcessMarlo128F(std::vector<_ori_point>& frame) const;
+  void ProcessMarlo128(std::vector<_ori_point>& frame) const;
 };
 
 }  // namespace velmar

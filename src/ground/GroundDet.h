@@ -1,14 +1,63 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Labels or removes ground and underground returns by their height above a ground plane fitted
+// per cell, once per revolution, from the low near returns of the reference mirror face.
 #ifndef VELMAR_GROUND_GROUND_DET_H
 #define VELMAR_GROUND_GROUND_DET_H
 
-#include "framework/PassThroughAlgo.h"
+#include <memory>
+#include <vector>
+
+#include "framework/AlgoBase.h"
+#include "ground/i_ground.h"
 
 namespace velmar {
 
-class GroundDet : public PassThroughAlgo {
+class GroundDet : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using AlgoBase::AlgoBase;
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override {}
+
+  bool Init();
+  bool Detect(const std::vector<_ori_point>& points);
+  void GetPlane();
+  // True when the point lies over a usable plane and has been classified; its height above the
+  // plane is then stored in `height` when one is given.
+  bool FilterPointUsingGroundPlane(_ori_point& point, float* height = nullptr) const;
+  void PredictPoint(double height, _ori_point& point) const;
+
+  // The plane grid, rows by y and columns by x; null before Init or when it could not be made.
+  GroundPlane* PlaneAt(int row, int column);
+  const std::vector<_ori_point>& Collected() const { return collected; }
+
+  int32_t debug_using_echo = -1;
+  int32_t filter_ground_points_flag = 0;
+  int32_t filter_underground_points_flag = 0;
+  bool remove_ground = false;
+  bool remove_underground = false;
+  bool plane_ready = false;
+  bool initialised = false;
+  float filter_ground_points_threshold = 0.1f;
+  float cell_size_x = 0.0f;
+  float cell_size_y = 0.0f;
+  PlaneFitGroundDetectorParam detector_param;
+
+  // Work arrays of the last fit: index of each collected return, its x, y, z, and its height
+  // above its plane as it was given back (NaN for a return over no usable plane).
+  std::vector<int32_t> point_indices;
+  std::vector<float> point_coords;
+  std::vector<float> point_heights;
+
+ private:
+  void ApplyGroundRule(_ori_point& point) const;
+  void ApplyUndergroundRule(_ori_point& point) const;
+
+  std::unique_ptr<PlaneFitGroundDetector> detector;
+  std::unique_ptr<GroundPlane[]> plane_grid;
+  std::vector<_ori_point> collected;
 };
 
 }  // namespace velmar

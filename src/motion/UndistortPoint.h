@@ -1,14 +1,78 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Undistortion by grid speed: a return whose range disagrees with its cell's history belongs to
+// a moving target, which the other mirror faces (or echoes) saw a moment earlier or later. Such a
+// return is moved onto the range seen on the reference face, or removed, or (Marlo256, Marlo128H)
+// re-emitted at the end of the frame at the range of its partner.
 #ifndef VELMAR_MOTION_UNDISTORT_POINT_H
 #define VELMAR_MOTION_UNDISTORT_POINT_H
 
-#include "framework/PassThroughAlgo.h"
+#include <vector>
+
+#include "framework/AlgoBase.h"
+#include "motion/MotionGrid.h"
 
 namespace velmar {
 
-class UndistortPoint : public PassThroughAlgo {
+class UndistortPoint : public AlgoBase {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  UndistortPoint(const std::string& name, const std::string& desc, LidarType type);
+
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  // Forgets the reference returns of the frame under way; the history and the background
+  // learned so far stay, since they describe the scene rather than one frame.
+  void ClearCache() override { references_.clear(); }
+
+  // The cell of a return (kNoCell outside the grid or the model's channel range).
+  int32_t ComputeGridID(double hor_angle, uint32_t channel, uint32_t mirror) const;
+  int32_t ComputeGridIDMarlo128H(double hor_angle, uint32_t channel, uint32_t mirror) const;
+
+  // Whether the return agrees with its cell's history; also learns the cell's background.
+  bool ShouldKeepPoint(int32_t id, double range);
+  bool IsBackGroundPoint(int32_t id, double range) const;
+  // Whether the return comes from the face (and echo) that the others are corrected towards.
+  bool IsBasePoint(uint32_t mirror, uint32_t echo) const;
+
+  // The cell holding the reference return for a moving return in cell `id` (kNoCell if none).
+  static int32_t CompensateGridIDZephel(int32_t id, uint32_t mirror);
+  static int32_t CompensateGridIDMarlo128(int32_t id, uint32_t mirror, uint32_t echo);
+  int32_t CompensateGridIDMarlo128H(int32_t id, uint32_t channel) const;
+
+  // Moves the point along its own direction to range `r`; `distance` is left as measured.
+  static void CompensatePoint(_ori_point& point, double r);
+
+  const MotionGrid& Grid() const { return grid_; }
+  float Background(int32_t id) const { return background_[static_cast<std::size_t>(id)]; }
+
+  int32_t debug_using_echo = -1;
+  int32_t num_thred = 6;
+  int32_t num_thred_neigh = 3;
+  double r_thred = 0.1;
+  float dis_redund_thred;
+  float dis_smallblind_thred = 2.5f;
+
+ private:
+  enum class Model { kZephel, kMarlo256, kMarlo128H, kMarlo128, kOther };
+
+  static Model ModelOf(LidarType type);
+  int32_t CellOf(const _ori_point& point) const;
+  void HandlePoint(_ori_point& point);
+  void CompensateFromReference(_ori_point& point, int32_t id, bool moving, bool base);
+  void StoreOrReemit(_ori_point& point, int32_t id, bool moving, bool base);
+  void StoreReference(const _ori_point& point, int32_t id);
+  const _ori_point* ReferenceIn(int32_t cell) const;
+  void RemoveUnreferenced(_ori_point& point, bool blind) const;
+  void Label(_ori_point& point, int32_t offset) const;
+  bool FrameEndsAt(const _ori_point& point);
+  void StartNextRevolution();
+
+  Model model_;
+  MotionGrid grid_;
+  std::vector<float> background_;       // -1 unknown, 0 known empty, else the static range
+  std::vector<float> reference_index_;  // index into references_, -1 for none
+  std::vector<_ori_point> references_;  // reference returns of the revolution under way
+  std::vector<_ori_point> extra_points_;
 };
 
 }  // namespace velmar

@@ -1,14 +1,17 @@
-// Placeholder until this algorithm is written: it leaves frames unchanged.
+// Undistortion by grid speed for the wider model list, Marlo models included.
 #ifndef VELMAR_MOTION_UNDISTORT_POINT2_H
 #define VELMAR_MOTION_UNDISTORT_POINT2_H
 
-#include "framework/PassThroughAlgo.h"
+#include "motion/UndistortPoint.h"
 
 namespace velmar {
 
-class UndistortPoint2 : public PassThroughAlgo {
+class UndistortPoint2 : public UndistortPoint {
  public:
-  using PassThroughAlgo::PassThroughAlgo;
+  using UndistortPoint::UndistortPoint;
+
+  uint32_t Id() const override { return id; }
+  bool IsSupported(const std::string& lidarTypeName) override;
 };
 
 }  // namespace velmar

@@ -1,10 +1,10 @@
-// velmar-algo: simulates, processes and inspects lidar recordings.
+// velmar-algo: simulates, processes and examines lidar recordings.
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
 
 int main(int argc, char** argv) {
-  CLI::App app{"velmar-algo: simulate, process and inspect lidar recordings"};
+  CLI::App app{"velmar-algo: simulate, process and examine lidar recordings"};
   app.require_subcommand(1);
   velmar::tools::AddSimulateCommand(app);
   velmar::tools::AddRunCommand(app);

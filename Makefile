@@ -1,0 +1,51 @@
+# Front door of the project: `make demo` and `make test` work on a fresh Debian machine.
+BUILD_DIR ?= build
+SAN_BUILD_DIR ?= build-san
+JOBS ?= 2
+CMAKE_FLAGS ?=
+
+DEB_PACKAGES := cmake g++ make rapidjson-dev libeigen3-dev libgtest-dev libgmock-dev googletest \
+                libbenchmark-dev libcli11-dev libstb-dev
+
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: all deps build test test-san demo install-check clean
+
+all: build
+
+# Installs only what is missing; apt-get update runs only when something must be installed.
+deps:
+	@missing=""; for p in $(DEB_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:$$missing"; \
+	  $(SUDO) apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+build: deps
+	cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS)
+	cmake --build $(BUILD_DIR) -j$(JOBS)
+
+test: build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j$(JOBS)
+
+# AddressSanitizer + UndefinedBehaviorSanitizer build of everything, then every test.
+test-san: deps
+	cmake -S . -B $(SAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DVELMAR_SANITIZE=ON $(CMAKE_FLAGS)
+	cmake --build $(SAN_BUILD_DIR) -j$(JOBS)
+	cd $(SAN_BUILD_DIR) && \
+	  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+	  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1:suppressions=$(CURDIR)/tests/ubsan.supp \
+	  ctest --output-on-failure -j$(JOBS)
+
+demo: build
+	./$(BUILD_DIR)/examples/host_demo configs/demo.json
+
+# Installs into a temporary prefix and builds the example host against it with find_package.
+install-check: build
+	./.ci/install-check $(BUILD_DIR)
+
+clean:
+	rm -rf $(BUILD_DIR) $(SAN_BUILD_DIR)

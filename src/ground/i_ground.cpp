@@ -1,0 +1,610 @@
+#include "ground/i_ground.h"
+
+#include <Eigen/Dense>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <limits>
+
+namespace velmar {
+namespace {
+
+// Same seed for every Detect: a frame's planes depend on that frame alone.
+constexpr uint32_t kSeed = 20260611u;
+constexpr double kPi = 3.14159265358979323846;
+constexpr float kDegToRad = static_cast<float>(kPi / 180.0);
+// Whatever the terrain, a plane leaning further than this from the sensor's vertical axis is a
+// wall or a car side, never ground; it bounds the hypotheses before the finer orientation check.
+constexpr float kMaxGroundTiltDeg = 30.0f;
+// Three samples spanning less than this (twice the triangle area, m^2) give no usable plane.
+constexpr float kMinTriangleSpan = 1e-3f;
+// The samples of a plane must spread in two directions: a single scan line fits any plane that
+// contains it, so the middle eigenvalue must clearly exceed the smallest.
+constexpr float kMinSpreadRatio = 4.0f;
+// Nearby fine cells listed per z-comparison candidate, so that empty cells can be skipped.
+constexpr int kOffsetsPerCandidate = 4;
+constexpr int kMaxCompareRadius = 16;  // fine cells
+// Beyond these the extra work buys nothing: the search keeps its best plane and smoothing has
+// long settled. They keep a wild configuration from stalling the host's thread.
+constexpr int kMaxHypotheses = 1000;
+constexpr int kMaxSmoothPasses = 100;
+// A cell without a plane borrows one from its neighbours when at least this share of its own
+// samples lie on the borrowed plane, and either it has nr_inliers_min_threshold samples of its
+// own to judge by or this many fitted neighbours vouch for the plane.
+constexpr int kMinFillNeighbours = 3;
+// Fills spread at most this many cells from the fitted ones.
+constexpr int kMaxFillPasses = 3;
+constexpr float kFillAgreementShare = 0.5f;
+constexpr float kEmptyCell = std::numeric_limits<float>::infinity();
+
+float Dot3(const float* u, const float* v) {
+  return u[0] * v[0] + u[1] * v[1] + u[2] * v[2];
+}
+
+// Unit normal (pointing up) and offset of the plane through three samples; false when the three
+// are nearly collinear or the plane leans beyond `min_up`.
+bool PlaneThrough(const float* p0, const float* p1, const float* p2, float min_up, float normal[3],
+                  float* offset) {
+  const float u[3] = {p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]};
+  const float v[3] = {p2[0] - p0[0], p2[1] - p0[1], p2[2] - p0[2]};
+  float n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+  const float length = std::sqrt(Dot3(n, n));
+  if (!(length >= kMinTriangleSpan)) {
+    return false;
+  }
+  const float scale = (n[2] < 0.0f ? -1.0f : 1.0f) / length;
+  for (int k = 0; k < 3; ++k) {
+    normal[k] = n[k] * scale;
+  }
+  if (normal[2] < min_up) {
+    return false;
+  }
+  *offset = -Dot3(normal, p0);
+  return true;
+}
+
+GroundPlane PlaneFromNormalAndHeight(const float normal[3], float x, float y, float z) {
+  GroundPlane plane;
+  plane.a = normal[0];
+  plane.b = normal[1];
+  plane.c = normal[2];
+  plane.d = -(normal[0] * x + normal[1] * y + normal[2] * z);
+  return plane;
+}
+
+// Sums the normals and heights at (x, y) of agreeing planes; the caller averages.
+struct PlaneBlend {
+  float normal[3] = {0.0f, 0.0f, 0.0f};
+  float height = 0.0f;
+  int count = 0;
+
+  void Add(const GroundPlane& plane, float plane_height) {
+    normal[0] += plane.a;
+    normal[1] += plane.b;
+    normal[2] += plane.c;
+    height += plane_height;
+    ++count;
+  }
+
+  GroundPlane Result(float x, float y) const {
+    const float length = std::sqrt(Dot3(normal, normal));
+    const float unit[3] = {normal[0] / length, normal[1] / length, normal[2] / length};
+    return PlaneFromNormalAndHeight(unit, x, y, height / static_cast<float>(count));
+  }
+};
+
+}  // namespace
+
+bool PlaneFitGroundDetectorParam::Validate() const {
+  const bool valid = nr_grids_coarse > 1 && nr_grids_coarse <= nr_grids_fine &&
+                     nr_grids_fine != 0 && nr_points_max != 0 && nr_samples_min_threshold != 0 &&
+                     nr_samples_max_threshold != 0 && nr_inliers_min_threshold != 0 &&
+                     nr_ransac_iter_threshold != 0 && roi_region_rad_x > 0.0f &&
+                     roi_region_rad_y > 0.0f && roi_region_rad_z > 0.0f &&
+                     planefit_dist_threshold_near <= planefit_dist_threshold_far;
+  if (!valid) {
+    std::cerr << "Invalid ground detector parameters... " << std::endl;
+  }
+  return valid;
+}
+
+PlaneFitGroundDetector::PlaneFitGroundDetector(const PlaneFitGroundDetectorParam& param)
+    : param_(param), rng_(kSeed) {}
+
+bool PlaneFitGroundDetector::Init() {
+  ready_ = false;
+  if (!param_.Validate()) {
+    return false;
+  }
+  const float extent_x = param_.roi_region_rad_x - param_.roi_region_rad_x_min;
+  const float extent_y = param_.roi_region_rad_y - param_.roi_region_rad_y_min;
+  const bool extents_usable =
+      extent_x > 0.0f && extent_y > 0.0f && std::isfinite(extent_x) && std::isfinite(extent_y);
+  if (!extents_usable || param_.nr_grids_fine > kMaxGridCellsPerSide) {
+    return false;
+  }
+  fine_cells_ = static_cast<int>(param_.nr_grids_fine);
+  coarse_cells_ = static_cast<int>(param_.nr_grids_coarse);
+  fine_size_x_ = extent_x / static_cast<float>(fine_cells_);
+  fine_size_y_ = extent_y / static_cast<float>(fine_cells_);
+  coarse_size_x_ = extent_x / static_cast<float>(coarse_cells_);
+  coarse_size_y_ = extent_y / static_cast<float>(coarse_cells_);
+  max_tilt_cos_ = std::cos(kMaxGroundTiltDeg * kDegToRad);
+  orientation_cos_ = std::cos(param_.planefit_orien_threshold * kDegToRad);
+  AllocateGrids();
+  BuildNeighbourOffsets();
+  Reserve(param_.nr_points_max);
+  ready_ = true;
+  return true;
+}
+
+void PlaneFitGroundDetector::AllocateGrids() {
+  const std::size_t fine_total = static_cast<std::size_t>(fine_cells_) * fine_cells_;
+  const std::size_t coarse_total = static_cast<std::size_t>(coarse_cells_) * coarse_cells_;
+  fine_min_z_.assign(fine_total, kEmptyCell);
+  fine_accepted_.assign(fine_total, 0);
+  touched_fine_.clear();
+  touched_fine_.reserve(fine_total);
+  sample_start_.assign(coarse_total + 1, 0);
+  sample_fill_.assign(coarse_total, 0);
+  planes_.assign(coarse_total, GroundPlane());
+  scratch_.assign(coarse_total, GroundPlane());
+  cells_.resize(coarse_total);
+  const float near_squared = param_.roi_near_rad * param_.roi_near_rad;
+  for (int row = 0; row < coarse_cells_; ++row) {
+    for (int column = 0; column < coarse_cells_; ++column) {
+      Cell& cell = cells_[static_cast<std::size_t>(row) * coarse_cells_ + column];
+      cell.center_x =
+          param_.roi_region_rad_x_min + (static_cast<float>(column) + 0.5f) * coarse_size_x_;
+      cell.center_y =
+          param_.roi_region_rad_y_min + (static_cast<float>(row) + 0.5f) * coarse_size_y_;
+      const bool near =
+          cell.center_x * cell.center_x + cell.center_y * cell.center_y < near_squared;
+      cell.inlier_threshold =
+          near ? param_.planefit_dist_threshold_near : param_.planefit_dist_threshold_far;
+    }
+  }
+}
+
+// Offsets of the fine cells around a candidate, nearest first, enough of them that the nearest
+// nr_z_comp_candis non-empty cells are usually found among them.
+void PlaneFitGroundDetector::BuildNeighbourOffsets() {
+  const double wanted = static_cast<double>(param_.nr_z_comp_candis) * kOffsetsPerCandidate;
+  int radius = static_cast<int>(std::ceil(std::sqrt(wanted / kPi))) + 1;
+  radius = std::min({radius, kMaxCompareRadius, fine_cells_ - 1});
+  struct Offset {
+    int dx;
+    int dy;
+    int squared;
+  };
+  std::vector<Offset> offsets;
+  for (int dy = -radius; dy <= radius; ++dy) {
+    for (int dx = -radius; dx <= radius; ++dx) {
+      const int squared = dx * dx + dy * dy;
+      if (squared != 0 && squared <= radius * radius) {
+        offsets.push_back({dx, dy, squared});
+      }
+    }
+  }
+  std::stable_sort(offsets.begin(), offsets.end(),
+                   [](const Offset& l, const Offset& r) { return l.squared < r.squared; });
+  neighbour_offsets_.clear();
+  for (const Offset& o : offsets) {
+    neighbour_offsets_.push_back(o.dx);
+    neighbour_offsets_.push_back(o.dy);
+  }
+}
+
+void PlaneFitGroundDetector::Reserve(unsigned count) {
+  if (count > return_fine_.size()) {
+    return_fine_.resize(count);
+    return_coarse_.resize(count);
+    sample_index_.resize(count);
+  }
+  // A cell never holds more samples than the frame has returns.
+  const std::size_t cell_samples = std::min(param_.nr_samples_max_threshold, count);
+  if (cell_samples > inlier_.size()) {
+    cell_xyz_.resize(cell_samples * 3);
+    inlier_.resize(cell_samples);
+  }
+}
+
+bool PlaneFitGroundDetector::Detect(const float* points, unsigned count, unsigned dim) {
+  std::fill(planes_.begin(), planes_.end(), GroundPlane());
+  if (!ready_ || dim < 3 || (points == nullptr && count != 0)) {
+    return false;
+  }
+  rng_.seed(kSeed);
+  Reserve(count);
+  BinReturns(points, count, dim);
+  SelectCandidateCells();
+  GatherSamples(points, count, dim);
+  const int total = coarse_cells_ * coarse_cells_;
+  for (int cell = 0; cell < total; ++cell) {
+    FitCell(cell, points, dim);
+  }
+  RejectLeaningPlanes();
+  const int smooth_passes = std::min(param_.nr_smooth_iter, kMaxSmoothPasses);
+  for (int pass = 0; pass < smooth_passes; ++pass) {
+    SmoothPass();
+  }
+  FillFromNeighbours(points, dim);
+  return true;
+}
+
+const GroundPlane* PlaneFitGroundDetector::GetGroundPlane(int row, int column) const {
+  if (!ready_ || row < 0 || column < 0 || row >= coarse_cells_ || column >= coarse_cells_) {
+    return nullptr;
+  }
+  const GroundPlane& plane = planes_[static_cast<std::size_t>(row) * coarse_cells_ + column];
+  return plane.origin == kPlaneNone ? nullptr : &plane;
+}
+
+// Assigns every return of the sampled region to its fine and coarse cell and keeps the lowest z
+// of each fine cell.
+void PlaneFitGroundDetector::BinReturns(const float* points, unsigned count, unsigned dim) {
+  for (const int32_t fine : touched_fine_) {
+    fine_min_z_[fine] = kEmptyCell;
+    fine_accepted_[fine] = 0;
+  }
+  touched_fine_.clear();
+  const PlaneFitGroundDetectorParam& p = param_;
+  for (unsigned i = 0; i < count; ++i) {
+    const float* point = points + static_cast<std::size_t>(i) * dim;
+    const float x = point[0];
+    const float y = point[1];
+    const float z = point[2];
+    return_fine_[i] = -1;
+    return_coarse_[i] = -1;
+    // Written so that NaN coordinates fall outside.
+    const bool inside = x >= p.roi_region_rad_x_min && x < p.roi_region_rad_x &&
+                        y >= p.roi_region_rad_y_min && y < p.roi_region_rad_y &&
+                        z >= p.roi_region_rad_z_min && z <= p.roi_region_rad_z &&
+                        z >= p.sample_region_z_lower && z <= p.sample_region_z_upper;
+    if (!inside) {
+      continue;
+    }
+    const float dx = x - p.roi_region_rad_x_min;
+    const float dy = y - p.roi_region_rad_y_min;
+    const int fine_x = std::min(static_cast<int>(dx / fine_size_x_), fine_cells_ - 1);
+    const int fine_y = std::min(static_cast<int>(dy / fine_size_y_), fine_cells_ - 1);
+    const int coarse_x = std::min(static_cast<int>(dx / coarse_size_x_), coarse_cells_ - 1);
+    const int coarse_y = std::min(static_cast<int>(dy / coarse_size_y_), coarse_cells_ - 1);
+    const int fine = fine_y * fine_cells_ + fine_x;
+    if (fine_min_z_[fine] == kEmptyCell) {
+      touched_fine_.push_back(fine);
+    }
+    fine_min_z_[fine] = std::min(fine_min_z_[fine], z);
+    return_fine_[i] = fine;
+    return_coarse_[i] = coarse_y * coarse_cells_ + coarse_x;
+  }
+}
+
+void PlaneFitGroundDetector::SelectCandidateCells() {
+  for (const int32_t fine : touched_fine_) {
+    fine_accepted_[fine] = IsCandidateCell(fine) ? 1 : 0;
+  }
+}
+
+// The lowest return of a fine cell is a ground candidate unless it stands well above too many of
+// the nearest candidates: then the cell holds only a car's body, a bush or the top of a low wall,
+// with no ground seen beneath.
+bool PlaneFitGroundDetector::IsCandidateCell(int fine) const {
+  const int fx = fine % fine_cells_;
+  const int fy = fine / fine_cells_;
+  const float z = fine_min_z_[fine];
+  uint32_t compared = 0;
+  uint32_t failures = 0;
+  const std::size_t offsets = neighbour_offsets_.size();
+  for (std::size_t k = 0; k < offsets && compared < param_.nr_z_comp_candis; k += 2) {
+    const int nx = fx + neighbour_offsets_[k];
+    const int ny = fy + neighbour_offsets_[k + 1];
+    if (nx < 0 || ny < 0 || nx >= fine_cells_ || ny >= fine_cells_) {
+      continue;
+    }
+    const float other = fine_min_z_[ny * fine_cells_ + nx];
+    if (other == kEmptyCell) {
+      continue;
+    }
+    ++compared;
+    if (z - other > param_.candidate_filter_threshold &&
+        ++failures > param_.nr_z_comp_fail_threshold) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Samples are the returns of accepted fine cells lying within the filter slab above the cell's
+// lowest return, bucketed by coarse cell with a counting sort.
+void PlaneFitGroundDetector::GatherSamples(const float* points, unsigned count, unsigned dim) {
+  std::fill(sample_start_.begin(), sample_start_.end(), 0u);
+  for (unsigned i = 0; i < count; ++i) {
+    const int32_t fine = return_fine_[i];
+    if (fine < 0) {
+      continue;
+    }
+    const float z = points[static_cast<std::size_t>(i) * dim + 2];
+    if (fine_accepted_[fine] == 0 || z > fine_min_z_[fine] + param_.planefit_filter_threshold) {
+      return_coarse_[i] = -1;
+      continue;
+    }
+    ++sample_start_[return_coarse_[i] + 1];
+  }
+  for (std::size_t c = 1; c < sample_start_.size(); ++c) {
+    sample_start_[c] += sample_start_[c - 1];
+  }
+  std::copy(sample_start_.begin(), sample_start_.end() - 1, sample_fill_.begin());
+  for (unsigned i = 0; i < count; ++i) {
+    if (return_coarse_[i] >= 0) {
+      sample_index_[sample_fill_[return_coarse_[i]]++] = i;
+    }
+  }
+}
+
+// Packs the samples of `cell` into cell_xyz_, evenly thinned to nr_samples_max_threshold.
+unsigned PlaneFitGroundDetector::CopyCellSamples(int cell, const float* points, unsigned dim) {
+  const uint32_t first = sample_start_[cell];
+  const uint64_t available = sample_start_[cell + 1] - first;
+  const uint64_t taken = std::min<uint64_t>(available, param_.nr_samples_max_threshold);
+  for (uint64_t k = 0; k < taken; ++k) {
+    const uint32_t index = sample_index_[first + k * available / taken];
+    const float* point = points + static_cast<std::size_t>(index) * dim;
+    std::copy(point, point + 3, &cell_xyz_[k * 3]);
+  }
+  return static_cast<unsigned>(taken);
+}
+
+void PlaneFitGroundDetector::FitCell(int cell, const float* points, unsigned dim) {
+  const uint32_t available = sample_start_[cell + 1] - sample_start_[cell];
+  if (available < param_.nr_samples_min_threshold || available < 3) {
+    return;
+  }
+  const unsigned n = CopyCellSamples(cell, points, dim);
+  const float threshold = cells_[cell].inlier_threshold;
+  float normal[3];
+  float offset = 0.0f;
+  if (!FindBestHypothesis(n, threshold, normal, &offset) ||
+      MarkInliers(n, normal, offset, threshold) < param_.nr_inliers_min_threshold ||
+      !RefitInliers(n, normal, &offset)) {
+    return;
+  }
+  const unsigned support = MarkInliers(n, normal, offset, threshold);
+  if (support < param_.nr_inliers_min_threshold) {
+    return;
+  }
+  GroundPlane& plane = planes_[cell];
+  plane.a = normal[0];
+  plane.b = normal[1];
+  plane.c = normal[2];
+  plane.d = offset;
+  plane.origin = kPlaneFitted;
+  plane.support = support;
+}
+
+// Random sample consensus over the packed samples: the plane through three random samples with
+// the most samples within `threshold`, stopping early once enough of them agree.
+bool PlaneFitGroundDetector::FindBestHypothesis(unsigned n, float threshold, float normal[3],
+                                                float* offset) {
+  const float enough = param_.termi_inlier_percen_threshold * static_cast<float>(n);
+  unsigned best = 0;
+  const int iterations = std::min(param_.nr_ransac_iter_threshold, kMaxHypotheses);
+  for (int iter = 0; iter < iterations; ++iter) {
+    const unsigned i0 = rng_() % n;
+    const unsigned i1 = rng_() % n;
+    const unsigned i2 = rng_() % n;
+    float candidate[3];
+    float candidate_offset = 0.0f;
+    if (i0 == i1 || i1 == i2 || i0 == i2 ||
+        !PlaneThrough(&cell_xyz_[i0 * 3], &cell_xyz_[i1 * 3], &cell_xyz_[i2 * 3], max_tilt_cos_,
+                      candidate, &candidate_offset)) {
+      continue;
+    }
+    unsigned inliers = 0;
+    for (unsigned k = 0; k < n; ++k) {
+      const float distance = Dot3(candidate, &cell_xyz_[k * 3]) + candidate_offset;
+      inliers += std::fabs(distance) <= threshold ? 1u : 0u;
+    }
+    if (inliers > best) {
+      best = inliers;
+      std::copy(candidate, candidate + 3, normal);
+      *offset = candidate_offset;
+    }
+    if (best > 0 && static_cast<float>(best) >= enough) {
+      break;
+    }
+  }
+  return best > 0;
+}
+
+unsigned PlaneFitGroundDetector::MarkInliers(unsigned n, const float normal[3], float offset,
+                                             float threshold) {
+  unsigned inliers = 0;
+  for (unsigned k = 0; k < n; ++k) {
+    const bool inlier = std::fabs(Dot3(normal, &cell_xyz_[k * 3]) + offset) <= threshold;
+    inlier_[k] = inlier ? 1 : 0;
+    inliers += inlier ? 1u : 0u;
+  }
+  return inliers;
+}
+
+// Least-squares plane through the inliers: its normal is the direction of least spread, the
+// eigenvector of the smallest eigenvalue of their covariance.
+bool PlaneFitGroundDetector::RefitInliers(unsigned n, float normal[3], float* offset) const {
+  double sum[3] = {0.0, 0.0, 0.0};
+  unsigned used = 0;
+  for (unsigned k = 0; k < n; ++k) {
+    if (inlier_[k] != 0) {
+      for (int axis = 0; axis < 3; ++axis) {
+        sum[axis] += cell_xyz_[k * 3 + axis];
+      }
+      ++used;
+    }
+  }
+  if (used < 3) {
+    return false;
+  }
+  const Eigen::Vector3f centroid(static_cast<float>(sum[0] / used),
+                                 static_cast<float>(sum[1] / used),
+                                 static_cast<float>(sum[2] / used));
+  Eigen::Matrix3f covariance = Eigen::Matrix3f::Zero();
+  for (unsigned k = 0; k < n; ++k) {
+    if (inlier_[k] != 0) {
+      const Eigen::Vector3f d = Eigen::Map<const Eigen::Vector3f>(&cell_xyz_[k * 3]) - centroid;
+      covariance.noalias() += d * d.transpose();
+    }
+  }
+  const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3f> solver(covariance);
+  if (solver.info() != Eigen::Success ||
+      !(solver.eigenvalues()(1) > kMinSpreadRatio * solver.eigenvalues()(0))) {
+    return false;
+  }
+  Eigen::Vector3f up = solver.eigenvectors().col(0).normalized();
+  if (up.z() < 0.0f) {
+    up = -up;
+  }
+  if (!(up.z() >= max_tilt_cos_)) {
+    return false;
+  }
+  normal[0] = up.x();
+  normal[1] = up.y();
+  normal[2] = up.z();
+  *offset = -up.dot(centroid);
+  return true;
+}
+
+// Ground is one connected surface: a cell plane leaning away from the support-weighted mean
+// normal of the frame is a wall foot, a ramp of parked cars or a fit across a step.
+void PlaneFitGroundDetector::RejectLeaningPlanes() {
+  float mean[3] = {0.0f, 0.0f, 0.0f};
+  for (const GroundPlane& plane : planes_) {
+    if (plane.origin == kPlaneFitted) {
+      const float weight = static_cast<float>(plane.support);
+      mean[0] += weight * plane.a;
+      mean[1] += weight * plane.b;
+      mean[2] += weight * plane.c;
+    }
+  }
+  const float length = std::sqrt(Dot3(mean, mean));
+  if (!(length > 0.0f)) {
+    return;
+  }
+  for (GroundPlane& plane : planes_) {
+    const float normal[3] = {plane.a, plane.b, plane.c};
+    if (plane.origin == kPlaneFitted && Dot3(normal, mean) / length < orientation_cos_) {
+      plane = GroundPlane();
+    }
+  }
+}
+
+float PlaneFitGroundDetector::HeightAt(const GroundPlane& plane, float x, float y) const {
+  return -(plane.a * x + plane.b * y + plane.d) / plane.c;
+}
+
+// One smoothing pass: every fitted plane becomes the mean of itself and those of its eight
+// neighbours that agree with it in orientation and in height at its centre. Planes across a curb
+// or a step disagree in height and are left out, so smoothing does not round real edges.
+void PlaneFitGroundDetector::SmoothPass() {
+  std::copy(planes_.begin(), planes_.end(), scratch_.begin());
+  for (int row = 0; row < coarse_cells_; ++row) {
+    for (int column = 0; column < coarse_cells_; ++column) {
+      const int index = row * coarse_cells_ + column;
+      const GroundPlane& self = planes_[index];
+      if (self.origin != kPlaneFitted) {
+        continue;
+      }
+      const Cell& cell = cells_[index];
+      const float self_height = HeightAt(self, cell.center_x, cell.center_y);
+      const float self_normal[3] = {self.a, self.b, self.c};
+      PlaneBlend blend;
+      blend.Add(self, self_height);
+      for (int r = std::max(row - 1, 0); r <= std::min(row + 1, coarse_cells_ - 1); ++r) {
+        for (int c = std::max(column - 1, 0); c <= std::min(column + 1, coarse_cells_ - 1); ++c) {
+          const GroundPlane& other = planes_[r * coarse_cells_ + c];
+          if (other.origin != kPlaneFitted || (r == row && c == column)) {
+            continue;
+          }
+          const float other_normal[3] = {other.a, other.b, other.c};
+          const float height = HeightAt(other, cell.center_x, cell.center_y);
+          if (std::fabs(height - self_height) <= cell.inlier_threshold &&
+              Dot3(self_normal, other_normal) >= orientation_cos_) {
+            blend.Add(other, height);
+          }
+        }
+      }
+      GroundPlane smoothed = blend.Result(cell.center_x, cell.center_y);
+      smoothed.origin = kPlaneFitted;
+      smoothed.support = self.support;
+      scratch_[index] = smoothed;
+    }
+  }
+  planes_.swap(scratch_);
+}
+
+// A cell left without a plane (too few samples, or a rejected fit) borrows the mean plane of its
+// neighbours when they agree with one another and enough of its own samples lie on it. A cell
+// with too few samples to judge by borrows only from fitted neighbours, and only from several;
+// a cell with samples of its own may borrow from filled neighbours too, so a fill reaches across
+// sparse or shadowed cells only as far as their own returns confirm it.
+void PlaneFitGroundDetector::FillFromNeighbours(const float* points, unsigned dim) {
+  for (int pass = 0; pass < kMaxFillPasses; ++pass) {
+    std::copy(planes_.begin(), planes_.end(), scratch_.begin());
+    bool filled_any = false;
+    for (int index = 0; index < coarse_cells_ * coarse_cells_; ++index) {
+      if (scratch_[index].origin == kPlaneNone && BorrowPlane(index, points, dim)) {
+        filled_any = true;
+      }
+    }
+    if (!filled_any) {
+      return;
+    }
+  }
+}
+
+// Fills planes_[index] from the neighbour planes of scratch_ when that is sound.
+bool PlaneFitGroundDetector::BorrowPlane(int index, const float* points, unsigned dim) {
+  const float threshold = param_.planefit_dist_threshold_far;
+  const int row = index / coarse_cells_;
+  const int column = index % coarse_cells_;
+  const Cell& cell = cells_[index];
+  PlaneBlend blend;
+  int fitted = 0;
+  float lowest = kEmptyCell;
+  float highest = -kEmptyCell;
+  for (int r = std::max(row - 1, 0); r <= std::min(row + 1, coarse_cells_ - 1); ++r) {
+    for (int c = std::max(column - 1, 0); c <= std::min(column + 1, coarse_cells_ - 1); ++c) {
+      const GroundPlane& other = scratch_[r * coarse_cells_ + c];
+      if (other.origin != kPlaneNone) {
+        const float height = HeightAt(other, cell.center_x, cell.center_y);
+        lowest = std::min(lowest, height);
+        highest = std::max(highest, height);
+        blend.Add(other, height);
+        fitted += other.origin == kPlaneFitted ? 1 : 0;
+      }
+    }
+  }
+  const uint32_t first = sample_start_[index];
+  const uint32_t samples = sample_start_[index + 1] - first;
+  const bool own_evidence = samples >= param_.nr_inliers_min_threshold;
+  if (blend.count == 0 || (!own_evidence && fitted < kMinFillNeighbours) ||
+      highest - lowest > threshold) {
+    return false;
+  }
+  GroundPlane filled = blend.Result(cell.center_x, cell.center_y);
+  const float normal[3] = {filled.a, filled.b, filled.c};
+  uint32_t agreeing = 0;
+  for (uint32_t k = 0; k < samples; ++k) {
+    const float* point = points + static_cast<std::size_t>(sample_index_[first + k]) * dim;
+    agreeing += std::fabs(Dot3(normal, point) + filled.d) <= threshold ? 1u : 0u;
+  }
+  if (static_cast<float>(agreeing) < kFillAgreementShare * static_cast<float>(samples)) {
+    return false;
+  }
+  filled.origin = kPlaneFilled;
+  filled.support = static_cast<uint32_t>(blend.count);
+  planes_[index] = filled;
+  return true;
+}
+
+}  // namespace velmar

@@ -1,0 +1,60 @@
+#include "motion/MotionPoint.h"
+
+#include "framework/about.h"
+
+namespace velmar {
+namespace {
+
+constexpr int32_t kGridRows = 192;
+constexpr int32_t kGridSubCells = 3;  // one per mirror face
+constexpr uint32_t kLastMirror = 2;   // the face that sweeps last in a revolution
+constexpr double kMovingFlag = 1.0;
+
+}  // namespace
+
+MotionPoint::MotionPoint(const std::string& name, const std::string& desc, LidarType type)
+    : AlgoBase(name, desc, type), grid_(kGridRows, kGridSubCells) {}
+
+bool MotionPoint::IsSupported(const std::string& lidarTypeName) {
+  return lidarTypeName == kQuillA4 || lidarTypeName == kZephelB2_B3_MP;
+}
+
+void MotionPoint::ParseParams() {
+  ReadParam("debug_using_echo", debug_using_echo);
+  ReadParam("num_thred", num_thred);
+  ReadParam("num_thred_neigh", num_thred_neigh);
+  ReadParam("r_thred", r_thred);
+}
+
+int32_t MotionPoint::ComputeGridID(double hor_angle, uint32_t channel, uint32_t mirror) const {
+  return grid_.ComputeGridID(hor_angle, channel, mirror);
+}
+
+bool MotionPoint::ShouldKeepPoint(int32_t id, double range) const {
+  if (grid_.WarmingUp()) {
+    return true;
+  }
+  return MotionGrid::IsStatic(grid_.Vote(id, range, r_thred), num_thred, num_thred_neigh);
+}
+
+void MotionPoint::Process(std::vector<_ori_point>& frame) {
+  for (_ori_point& point : frame) {
+    const int32_t id = ComputeGridID(point.hor_angle, point.channel, point.mirror);
+    if (id >= 0) {
+      // The map is never cleared: a cell keeps the last range seen in it until seen again.
+      grid_.Record(id, point.distance);
+      if (!ShouldKeepPoint(id, point.distance)) {
+        point.motion_flag = kMovingFlag;
+      }
+    }
+    // The last face passing the end of the sweep closes the revolution, even off the grid.
+    if (point.hor_angle > kRevolutionEndAngle && point.mirror == kLastMirror) {
+      grid_.PushOnce();
+    }
+    if (point.hor_angle < kRevolutionStartAngle) {
+      grid_.Rearm();
+    }
+  }
+}
+
+}  // namespace velmar

@@ -1,0 +1,148 @@
+#include "filters/LidarInterfere128.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "support/TestSupport.h"
+
+namespace velmar {
+namespace {
+
+using test::SameBytes;
+using Frame = std::vector<_ori_point>;
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+_ori_point At(uint32_t channel, int column, double distance) {
+  _ori_point p = test::MakePoint(distance);
+  p.channel = channel;
+  p.hor_angle = 30.0 + 0.167 * (column + 0.5);
+  return p;
+}
+
+std::shared_ptr<LidarInterfere128> Make(const std::string& params = "{}") {
+  return test::MakeAlgoAs<LidarInterfere128>(26, LIDAR_MARLO128, params);
+}
+
+// Runs `points` as one whole frame, closed by a marked point outside the grid.
+Frame RunFrame(LidarInterfere128& algo, Frame points) {
+  points.push_back(At(0, -100, 5.0));
+  points.back().mark = 1;
+  algo.Process(points);
+  points.pop_back();
+  return points;
+}
+
+void RunEmptyFrames(LidarInterfere128& algo, int count) {
+  for (int i = 0; i < count; ++i) {
+    RunFrame(algo, {});
+  }
+}
+
+bool Kept(const _ori_point& p) {
+  return p.distance != 0.0;
+}
+
+TEST(LidarInterfere128Test, NothingIsRemovedUntilSixFrameEndsOfAnyKind) {
+  auto algo = Make();
+  Frame ends(6, At(3, 10, 20.0));  // in the grid, then NaN angle, channel 128, range 0, ...
+  ends[1].hor_angle = kNaN;
+  ends[2].channel = 128;
+  ends[3].distance = 0.0;
+  ends[4].hor_angle = 150.5;
+  for (int frame = 0; frame < 6; ++frame) {
+    Frame points = {At(3, 100 + 10 * frame, 20.0), ends[frame]};
+    points[1].mark = 1;
+    algo->Process(points);
+    EXPECT_TRUE(Kept(points[0])) << "frame " << frame;
+  }
+  EXPECT_FALSE(Kept(RunFrame(*algo, {At(3, 400, 20.0)})[0]));
+}
+
+TEST(LidarInterfere128Test, SupportComesFromFiveNearbyCellsWithinTheRangeTolerance) {
+  auto algo = Make();
+  RunEmptyFrames(*algo, 6);
+  // Removed, as nothing came before them, but remembered.
+  const Frame recorded = RunFrame(*algo, {At(10, 100, 20.0), At(10, 200, 20.0), At(10, 200, 50.0),
+                                          At(10, 300, 0.0), At(0, 719, 20.0), At(20, 500, 20.1)});
+  EXPECT_FALSE(Kept(recorded[0]));
+  const std::pair<_ori_point, bool> probes[] = {
+      {At(10, 100, 29.99), true}, {At(10, 100, 30.0), false}, {At(10, 102, 25.0), true},
+      {At(10, 103, 25.0), false}, {At(10, 98, 25.0), true},   {At(10, 97, 25.0), false},
+      {At(10, 200, 25.0), true},  {At(10, 200, 55.0), false}, {At(10, 300, 5.0), false},
+      {At(1, 0, 20.0), true},     {At(20, 500, 30.1), false},  // |20.1f - 30.1| narrows to 10
+  };
+  Frame frame;
+  for (const auto& probe : probes) {
+    frame.push_back(probe.first);
+  }
+  frame = RunFrame(*algo, frame);
+  for (std::size_t i = 0; i < frame.size(); ++i) {
+    EXPECT_EQ(Kept(frame[i]), probes[i].second) << "probe " << i;
+  }
+}
+
+// Returns recorded in frame 7 are probed five and six frames later, and once more after the ring
+// slot that held them has been reused. The same stream, cut into calls of four
+// points with a clear before each, gives the same bytes.
+TEST(LidarInterfere128Test, HistoryHoldsTheLastFiveFramesAcrossCallsAndClears) {
+  std::vector<Frame> frames(15);
+  frames[7] = {At(5, 100, 20.0), At(5, 200, 20.0), At(5, 300, 20.0)};
+  frames[12] = {At(5, 100, 21.0)};
+  frames[13] = {At(5, 200, 21.0)};
+  frames[14] = {At(5, 300, 21.0)};
+  auto whole = Make();
+  Frame stream;
+  Frame expected;
+  for (std::size_t f = 1; f < frames.size(); ++f) {
+    stream.insert(stream.end(), frames[f].begin(), frames[f].end());
+    frames[f] = RunFrame(*whole, frames[f]);
+    expected.insert(expected.end(), frames[f].begin(), frames[f].end());
+    stream.push_back(At(0, -100, 5.0));
+    stream.back().mark = 1;
+    expected.push_back(stream.back());
+  }
+  EXPECT_TRUE(Kept(frames[12][0]));
+  EXPECT_FALSE(Kept(frames[13][0]));
+  EXPECT_FALSE(Kept(frames[14][0]));
+
+  auto pieces = Make();
+  for (std::size_t start = 0; start < stream.size(); start += 4) {
+    Frame piece(stream.begin() + start, stream.begin() + std::min(start + 4, stream.size()));
+    pieces->ClearCache();
+    pieces->Process(piece);
+    std::copy(piece.begin(), piece.end(), stream.begin() + start);
+  }
+  EXPECT_TRUE(SameBytes(stream, expected));
+}
+
+TEST(LidarInterfere128Test, PresenceAndNearCountsAreParameters) {
+  auto algo = Make(R"({"presencepoint": 2.9, "nearpoint": 2, "distance_thred": 5.5})");
+  RunEmptyFrames(*algo, 6);
+  RunFrame(*algo, {At(5, 100, 20.0), At(5, 200, 20.0), At(5, 201, 30.0), At(5, 300, 20.0),
+                   At(5, 301, 22.0)});
+  const Frame probes = RunFrame(*algo, {At(5, 100, 20.0), At(5, 200, 24.0), At(5, 300, 24.0)});
+  EXPECT_FALSE(Kept(probes[0]));  // one return is below the presence count of 2
+  EXPECT_FALSE(Kept(probes[1]));  // 30 is 6 m away: one near return
+  EXPECT_TRUE(Kept(probes[2]));
+}
+
+TEST(LidarInterfere128Test, PointsOutsideTheGridAreNeverJudged) {
+  auto algo = Make();
+  RunEmptyFrames(*algo, 6);
+  Frame outside = {At(128, 10, 20.0), At(0xFFFFFFFFu, 10, 20.0), At(0, -1, 20.0), At(0, 720, 20.0),
+                   At(3, 10, -4.0)};
+  for (double angle : {kNaN, -1e300, 1e300}) {
+    outside.push_back(At(3, 10, 20.0));
+    outside.back().hor_angle = angle;
+  }
+  EXPECT_TRUE(SameBytes(RunFrame(*algo, outside), outside));
+  const Frame odd = RunFrame(*algo, {At(3, 10, kNaN), At(0, 0, 20.0), At(127, 719, 20.0)});
+  EXPECT_TRUE(std::isnan(odd[0].distance));
+  EXPECT_FALSE(Kept(odd[1]));
+  EXPECT_FALSE(Kept(odd[2]));
+}
+
+}  // namespace
+}  // namespace velmar

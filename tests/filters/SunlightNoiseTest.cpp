@@ -1,0 +1,207 @@
+#include "filters/SunlightNoise.h"
+
+#include <gtest/gtest.h>
+
+#include "support/TestSupport.h"
+
+namespace velmar {
+namespace {
+
+using Frame = std::vector<_ori_point>;
+
+_ori_point Return(double distance, double intensity, double pulse_width, uint32_t echo = 0) {
+  _ori_point p = test::MakePoint(distance);
+  p.intensity = intensity;
+  p.pulse_width = pulse_width;
+  p.echo = echo;
+  return p;
+}
+// Above the energy floor (80) but not a strong echo: needs support.
+_ori_point Suspect(uint32_t echo = 0, double distance = 5.0) {
+  return Return(distance, 80.0 / distance, 1.0, echo);
+}
+// Kept unexamined as a strong echo, and supports a suspect at the same range.
+_ori_point Supporter(uint32_t echo = 0, double distance = 5.0) {
+  return Return(distance, 600.0 / distance, 20.0, echo);
+}
+
+// Feeds the frames (six give the first judged output: frame 5) and returns the last output.
+Frame Judge(const std::string& params, const std::vector<Frame>& frames) {
+  auto filter = test::MakeAlgoAs<SunlightNoise>(2, LIDAR_MARLO256, params);
+  Frame out;
+  for (const Frame& frame : frames) {
+    out = frame;
+    filter->Process(out);
+  }
+  return out;
+}
+
+TEST(SunlightNoise, MissingKeysAreInsertedAsZero) {
+  auto filter = test::MakeAlgoAs<SunlightNoise>(2, LIDAR_MARLO256, R"({"filterWindowV": -2.9})");
+  EXPECT_EQ(filter->filter_window_v, -2);
+  EXPECT_EQ(filter->filter_window_h, 0);
+  EXPECT_EQ(filter->valid_distance, 0.0);
+  EXPECT_EQ(filter->num_params.size(), 5u);
+  EXPECT_EQ(filter->num_params.at("rightReflectThreshold"), 0.0);
+}
+
+TEST(SunlightNoise, DelayedOutputAfterACacheClear) {
+  auto filter = test::MakeAlgoAs<SunlightNoise>(
+      2, LIDAR_MARLO256, R"({"validDistance": 10, "filterWindowV": 3, "filterWindowH": 5})");
+  // Frame k holds k strong points stamped k, so each output shows its source and its size.
+  const auto make = [](uint64_t k) {
+    Frame frame(static_cast<std::size_t>(k), Supporter());
+    for (_ori_point& p : frame) {
+      p.timestamp = k;
+    }
+    return frame;
+  };
+  for (int round = 0; round < 2; ++round) {
+    for (uint64_t k = 1; k <= 14; ++k) {
+      Frame frame = make(k);
+      filter->Process(frame);
+      const uint64_t source = k <= 5 ? k : (k <= 10 ? 5 : k - 5);
+      EXPECT_TRUE(test::SameBytes(frame, make(source))) << "round " << round << " call " << k;
+    }
+    filter->ClearCache();
+  }
+}
+
+TEST(SunlightNoise, EnergyFloorAloneWhileTheHistoryFills) {
+  Frame frame{Return(7.0, 10.0, 1.0), Return(1.0, 70.0001, 1.0), Suspect(2), Return(1, 9, 1)};
+  frame[3].mirror = 1;
+  const std::vector<Frame> one{frame};
+  const Frame out = Judge(R"({"validDistance": 10, "filterWindowV": 3})", one);
+  EXPECT_EQ(out[0].distance, 0.0);  // exactly 70 goes
+  EXPECT_EQ(out[1].distance, 1.0);
+  EXPECT_EQ(out[2].distance, 5.0);  // no support asked for yet
+  EXPECT_EQ(out[3].distance, 0.0);
+  auto small_blind = test::MakeAlgoAs<SunlightNoise>(2, LIDAR_MARLO256_SMALL_BLIND);
+  small_blind->Process(frame);
+  EXPECT_EQ(frame[3].distance, 1.0);  // mirror 1 is left alone on this model
+}
+
+TEST(SunlightNoise, SupportNeededPerEchoFromTheHistory) {
+  // One point per frame; frames 1..supporters support the suspect of frame 5, its own
+  // unfiltered copy included.
+  const auto kept = [](uint32_t echo, int supporters) {
+    std::vector<Frame> frames;
+    for (int k = 1; k <= 6; ++k) {
+      frames.push_back(Frame{Return(5.0, 16.0, k <= supporters ? 20.0 : 1.0, echo)});
+    }
+    return Judge(R"({"validDistance": 10, "filterWindowH": 5})", frames)[0].distance != 0.0;
+  };
+  EXPECT_FALSE(kept(1, 3));
+  EXPECT_TRUE(kept(1, 4));
+  EXPECT_FALSE(kept(0, 5));
+  EXPECT_TRUE(kept(0, 6));  // the sixth support comes from the very last frame
+  EXPECT_FALSE(kept(2, 6));
+}
+
+TEST(SunlightNoise, IndexWindowReachesOneFurtherBack) {
+  // The suspect at 10 of 20 points, supporters at the given offsets, nothing from the history.
+  const auto kept = [](const std::string& window, std::initializer_list<int> offsets) {
+    Frame frame(20, test::MakePoint(0.0));
+    frame[10] = Suspect();
+    for (int offset : offsets) {
+      frame[static_cast<std::size_t>(10 + offset)] = Supporter();
+    }
+    const std::string params = R"({"validDistance": 10, "filterWindowH": -1)" + window + "}";
+    return Judge(params, std::vector<Frame>(6, frame))[10].distance != 0.0;
+  };
+  const std::string window = R"(, "filterWindowV": 4)";
+  EXPECT_TRUE(kept(window, {-4, -3, -2, -1, 1, 2}));
+  EXPECT_TRUE(kept(window, {-3, -2, -1, 1, 2, 3}));
+  EXPECT_FALSE(kept(window, {-3, -2, -1, 1, 2, 4}));
+  EXPECT_FALSE(kept(window, {-5, -3, -2, -1, 1, 2}));
+  EXPECT_FALSE(kept("", {-4, -3, -2, -1, 1, 2, 3}));  // no key, no window
+}
+
+TEST(SunlightNoise, MidpointOfTheIndexNeighboursSupportsASecondEcho) {
+  // Supporters at -3, -2 and +2 leave a second echo one short; first echoes at -1 and +1 support
+  // only through their midpoint, taken in single precision, in whole units from the suspect.
+  const auto kept = [](double before, double after, double distance, bool weak_before = false) {
+    Frame frame(20, test::MakePoint(0.0));
+    frame[10] = Suspect(1, distance);
+    for (std::size_t k : {7u, 8u, 12u}) {
+      frame[k] = Supporter(1, distance);
+    }
+    frame[9] = weak_before ? Return(before, 1.0, 1.0) : Supporter(0, before);
+    frame[11] = Supporter(0, after);
+    const std::string params = R"({"validDistance": 10, "filterWindowV": 3, "filterWindowH": -1})";
+    return Judge(params, std::vector<Frame>(6, frame))[10].distance != 0.0;
+  };
+  EXPECT_TRUE(kept(3.0, 8.0, 5.0));  // 5.5 is under a unit away
+  EXPECT_FALSE(kept(3.0, 9.0, 5.0));
+  EXPECT_TRUE(kept(3.0, 6.999998, 4.0));     // 4.999999f
+  EXPECT_FALSE(kept(3.0, 6.99999998, 4.0));  // 4.99999999 becomes 5.0f: a whole unit
+  // Point 9 is under the energy floor and already gone when point 10 is judged.
+  EXPECT_FALSE(kept(3.0, 7.0, 5.0, true));
+}
+
+TEST(SunlightNoise, WhatCountsAsSupport) {
+  // In the frame a neighbour 2 m away supports through its pulse width, if under 3 apart.
+  const auto kept_with_pulse = [](double pulse_width) {
+    Frame frame(20, test::MakePoint(0.0));
+    frame[10] = Return(5.0, 16.0, 9.0);
+    for (std::size_t k : {7u, 8u, 9u, 11u, 12u}) {
+      frame[k] = Supporter();
+    }
+    frame[13] = Return(7.0, 100.0, pulse_width);
+    const std::string params = R"({"validDistance": 10, "filterWindowV": 4, "filterWindowH": -1})";
+    return Judge(params, std::vector<Frame>(6, frame))[10].distance != 0.0;
+  };
+  EXPECT_TRUE(kept_with_pulse(11.99));
+  EXPECT_FALSE(kept_with_pulse(12.0));
+
+  // In time there is no pulse test, and ranges count in whole 32-bit units.
+  const auto kept_in_time = [](double distance, double last_distance, double last_pulse) {
+    std::vector<Frame> frames(6, Frame{Return(distance, 100.0 / distance, 20.0)});
+    frames[5][0].distance = last_distance;
+    frames[5][0].pulse_width = last_pulse;
+    return Judge(R"({"validDistance": 1e13, "filterWindowH": 5})", frames)[0].distance != 0.0;
+  };
+  EXPECT_TRUE(kept_in_time(5.0, 5.99, 20.0));
+  EXPECT_TRUE(kept_in_time(5.0, 4.01, 20.0));
+  EXPECT_FALSE(kept_in_time(5.0, 6.0, 20.0));
+  EXPECT_FALSE(kept_in_time(5.0, 7.0, 20.5));
+  EXPECT_TRUE(kept_in_time(5e12, 5e12 + 0.5, 20.0));
+  EXPECT_FALSE(kept_in_time(5e12, 5e12 + 3e9, 20.0));  // within tolerance, but past 32 bits
+}
+
+TEST(SunlightNoise, StrongEchoLevelsAreFixed) {
+  const Frame frame{Return(5.0, 20.01, 1.0, 1), Return(5.0, 20.0, 1.0, 1),
+                    Return(5.0, 80.01, 1.0, 0), Return(5.0, 80.0, 1.0, 0),
+                    Return(5.0, 100.0, 1.0, 2)};
+  const Frame out = Judge(R"({"validDistance": 10, "filterWindowH": -1,
+                              "leftReflectThreshold": 1000, "rightReflectThreshold": 1000})",
+                          std::vector<Frame>(6, frame));
+  EXPECT_EQ(out[0].distance, 5.0);
+  EXPECT_EQ(out[1].distance, 0.0);
+  EXPECT_EQ(out[2].distance, 5.0);
+  EXPECT_EQ(out[3].distance, 0.0);
+  EXPECT_EQ(out[4].distance, 0.0);  // strong, but neither echo index
+}
+
+TEST(SunlightNoise, ColumnNeighboursAndValidDistance) {
+  // Second echoes that find three supports in time (frames 4..6) and need one more: only a point
+  // exactly 128 away gives it. Points at the valid distance are not judged at all.
+  Frame frame(300, test::MakePoint(0.0));
+  for (std::size_t k : {140u, 150u, 170u}) {
+    frame[k] = Return(5.0, 16.0, 20.0, 1);
+  }
+  frame[160] = Return(6.0, 13.0, 20.0, 1);
+  frame[170].distance = 5.99;
+  for (std::size_t k : {12u, 268u, 23u, 277u}) {
+    frame[k] = Supporter(1);
+  }
+  const Frame out =
+      Judge(R"({"validDistance": 6, "filterWindowH": 1})", std::vector<Frame>(6, frame));
+  EXPECT_EQ(out[140].distance, 5.0);
+  EXPECT_EQ(out[150].distance, 0.0);
+  EXPECT_EQ(out[160].distance, 6.0);
+  EXPECT_EQ(out[170].distance, 0.0);
+}
+
+}  // namespace
+}  // namespace velmar
