@@ -183,6 +183,47 @@ TEST(StageMeterTest, EachAlgorithmIsCreditedOnceForThePacketsItHandsOn) {
   EXPECT_EQ(pipeline[TruthKind::kReal].lost, 0u);
 }
 
+// Takes every ground return out of the packet it arrives in and hands it back at the end of the
+// next packet, as ground detection does with the returns it collects before its planes are fit.
+class HoldGroundAlgo : public AlgoBase {
+ public:
+  HoldGroundAlgo() : AlgoBase("ground", "", LIDAR_MARLO128) { id = 35; }
+  uint32_t Id() const override { return id; }
+  void Process(std::vector<_ori_point>& packet) override {
+    std::vector<_ori_point> taken;
+    for (_ori_point& point : packet) {
+      if (sim::TruthKindOf(point) == TruthKind::kGround && point.distance != 0.0) {
+        taken.push_back(point);
+        taken.back().label = 1;
+        point.distance = 0.0;
+      }
+    }
+    packet.insert(packet.end(), held_.begin(), held_.end());
+    held_ = taken;
+  }
+  bool IsSupported(const std::string&) override { return true; }
+  void ParseParams() override {}
+  void ClearCache() override {}
+
+ private:
+  std::vector<_ori_point> held_;
+};
+
+TEST(StageMeterTest, AReturnMovedToALaterPacketOfItsFrameCountsAsKept) {
+  StageMeter meter({std::make_shared<HoldGroundAlgo>()});
+  std::vector<_ori_point> frame = {Return(TruthKind::kGround, 8.0), Return(TruthKind::kReal, 20.0),
+                                   Return(TruthKind::kReal, 21.0), Return(TruthKind::kReal, 22.0)};
+  std::vector<OutcomeTally> stages;
+  FrameFeeder feeder([&meter](std::vector<_ori_point>& unit) { meter.Process(unit); }, 2,
+                     [&](FedFrame& fed) { meter.Collect(fed.units, stages); });
+  feeder.Feed(frame);
+  feeder.Finish();
+  ASSERT_EQ(stages.size(), 1u);
+  EXPECT_EQ(stages[0][TruthKind::kGround].removed, 0u);
+  EXPECT_EQ(stages[0][TruthKind::kGround].added, 0u);
+  EXPECT_EQ(stages[0][TruthKind::kGround].flagged, 1u);
+}
+
 }  // namespace
 }  // namespace tools
 }  // namespace velmar

@@ -124,7 +124,7 @@ void PrintEvalTable(const EvalReport& report, std::ostream& out) {
       << ")\n";
   char header[160];
   std::snprintf(header, sizeof(header), "  %-14s %10s %9s %9s %9s %9s %9s\n", "class", "returns",
-                "removed", "flagged", "moved", "added", "removed");
+                "removed", "flagged", "moved", "added", "share");
   out << '\n' << header;
   for (const StageReport& stage : report.stages) {
     PrintBlock(out, StageTitle(stage), stage.tally, report.pipeline, true);

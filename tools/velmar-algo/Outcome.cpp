@@ -4,8 +4,6 @@
 
 namespace velmar {
 namespace tools {
-namespace {
-
 bool Moved(const _ori_point& before, const _ori_point& after) {
   return before.x != after.x || before.y != after.y || before.z != after.z;
 }
@@ -14,8 +12,6 @@ bool Flagged(const _ori_point& before, const _ori_point& after) {
   return before.label != after.label || before.drag_level != after.drag_level ||
          before.motion_flag != after.motion_flag;
 }
-
-}  // namespace
 
 ClassCounts& ClassCounts::operator+=(const ClassCounts& other) {
   returns += other.returns;

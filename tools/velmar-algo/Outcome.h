@@ -60,6 +60,11 @@ std::vector<int64_t> Representatives(std::size_t inputCount, const std::vector<_
 void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
                    const std::vector<int64_t>& representative, OutcomeTally& tally);
 
+// Whether a kept return changed position, or had one of its flags (label, drag_level,
+// motion_flag) changed.
+bool Moved(const _ori_point& before, const _ori_point& after);
+bool Flagged(const _ori_point& before, const _ori_point& after);
+
 inline bool IsReturn(const _ori_point& point) {
   return point.distance != 0.0;
 }

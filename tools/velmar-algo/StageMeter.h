@@ -7,6 +7,7 @@
 
 #include <map>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "Outcome.h"
@@ -35,12 +36,20 @@ class StageMeter {
     std::map<uint32_t, std::vector<_ori_point>> held;
   };
 
+  // What one algorithm did to one packet.
+  struct Contribution {
+    OutcomeTally tally;
+    std::vector<_ori_point> removed;  // the returns it removed, as it was given them
+    std::vector<_ori_point> movedIn;  // returns it appended that came from another packet
+  };
+
   void Measure(std::size_t stage, const std::vector<_ori_point>& before, uint32_t seq,
                const std::vector<_ori_point>& after);
+  static void MatchMovedReturns(const std::vector<const Contribution*>& parts, OutcomeTally& total);
 
   std::vector<Stage> stages_;
   std::vector<_ori_point> before_;
-  std::map<uint32_t, std::vector<OutcomeTally>> contributions_;  // per packet, per stage
+  std::map<uint32_t, std::vector<Contribution>> contributions_;  // per packet, per stage
 };
 
 }  // namespace tools
