@@ -41,7 +41,7 @@ test-san: deps
 	  ctest --output-on-failure -j$(JOBS)
 
 demo: build
-	./$(BUILD_DIR)/examples/host_demo configs/demo.json
+	./tools/demo.sh $(BUILD_DIR)
 
 # Installs into a temporary prefix and builds the example host against it with find_package.
 install-check: build

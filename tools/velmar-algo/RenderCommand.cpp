@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <limits>
 #include <memory>
-#include <set>
 
 #include "CommandSupport.h"
 #include "Commands.h"
@@ -171,43 +171,44 @@ void DrawBirdsEye(Image& image, const Panel& panel, const std::vector<Dot>& dots
   image.FillRect(centreX - 2, sensorY - 2, 5, 5, kText);
 }
 
-// Angle by channel: columns left to right as the mirror sweeps, channel 0 at the top.
+// Angle by channel: columns left to right as the mirror sweeps, channel 0 at the top. Each
+// distinct angle gets one column and each channel one row, spread over the panel edge to edge.
 void DrawRangeImage(Image& image, const Panel& panel, const std::vector<Dot>& dots) {
   DrawFrameOf(image, panel, "range image: angle x channel");
-  if (dots.empty()) {
+  std::vector<long long> columns;
+  uint32_t minChannel = std::numeric_limits<uint32_t>::max();
+  uint32_t maxChannel = 0;
+  for (const Dot& dot : dots) {
+    if (std::isfinite(dot.point->hor_angle)) {
+      columns.push_back(std::llround(dot.point->hor_angle * kAngleResolution));
+      minChannel = std::min(minChannel, dot.point->channel);
+      maxChannel = std::max(maxChannel, dot.point->channel);
+    }
+  }
+  if (columns.empty()) {
     return;
   }
-  std::set<long long> columns;
-  double minAngle = dots.front().point->hor_angle;
-  double maxAngle = minAngle;
-  uint32_t minChannel = dots.front().point->channel;
-  uint32_t maxChannel = minChannel;
-  for (const Dot& dot : dots) {
-    if (!std::isfinite(dot.point->hor_angle)) {
-      continue;
-    }
-    minAngle = std::min(minAngle, dot.point->hor_angle);
-    maxAngle = std::max(maxAngle, dot.point->hor_angle);
-    minChannel = std::min(minChannel, dot.point->channel);
-    maxChannel = std::max(maxChannel, dot.point->channel);
-    columns.insert(std::llround(dot.point->hor_angle * kAngleResolution));
-  }
+  std::sort(columns.begin(), columns.end());
+  columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
+  int left = panel.x + 1;
+  int width = panel.width - 2;
   int top = panel.y + kLineAdvance * 2;
-  int height = panel.height - kLineAdvance * 2 - 2;
-  double channels = static_cast<double>(maxChannel - minChannel) + 1.0;
-  double angleSpan = std::max(maxAngle - minAngle, 1e-9);
-  int cellWidth =
-      std::max(1, panel.width / static_cast<int>(std::max<std::size_t>(columns.size(), 1)));
-  int cellHeight = std::max(1, static_cast<int>(height / channels));
+  int height = panel.height - kLineAdvance * 2 - 1;
+  double columnCount = static_cast<double>(columns.size());
+  double rowCount = static_cast<double>(maxChannel - minChannel) + 1.0;
   for (const Dot& dot : dots) {
     if (!std::isfinite(dot.point->hor_angle)) {
       continue;
     }
-    double u = (dot.point->hor_angle - minAngle) / angleSpan;
-    double v = (dot.point->channel - minChannel) / channels;
-    int px = panel.x + 1 + static_cast<int>(u * (panel.width - 2 - cellWidth));
-    int py = top + static_cast<int>(v * height);
-    image.FillRect(px, py, cellWidth, cellHeight, dot.color);
+    long long key = std::llround(dot.point->hor_angle * kAngleResolution);
+    double column = static_cast<double>(std::lower_bound(columns.begin(), columns.end(), key) -
+                                        columns.begin());
+    double row = static_cast<double>(dot.point->channel - minChannel);
+    int x0 = left + static_cast<int>(column * width / columnCount);
+    int x1 = left + static_cast<int>((column + 1.0) * width / columnCount);
+    int y0 = top + static_cast<int>(row * height / rowCount);
+    int y1 = top + static_cast<int>((row + 1.0) * height / rowCount);
+    image.FillRect(x0, y0, std::max(x1 - x0, 1), std::max(y1 - y0, 1), dot.color);
   }
 }
 
