@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,8 +37,9 @@ std::vector<std::vector<_ori_point>> HostView(LidarType model, const std::string
   for (const std::vector<_ori_point>& frame : frames) {
     seen.emplace_back();
     for (std::size_t at = 0; at < frame.size(); at += packet) {
+      std::size_t end = std::min(at + packet, frame.size());
       std::vector<_ori_point> unit(frame.begin() + static_cast<std::ptrdiff_t>(at),
-                                   frame.begin() + static_cast<std::ptrdiff_t>(at + packet));
+                                   frame.begin() + static_cast<std::ptrdiff_t>(end));
       pipeline->Process(unit);
       seen.back().insert(seen.back().end(), unit.begin(), unit.end());
     }

@@ -161,16 +161,6 @@ TEST(FrameFeederTest, PacketsThePipelineNeverHandsBackAreWrittenUnprocessed) {
   EXPECT_TRUE(SameBytes(out[0].output, frames[0]));
 }
 
-TEST(FrameFeederTest, StampsRoundTripThroughReservedBytes) {
-  _ori_point point{};
-  WriteStamp(point, Stamp{0x01020304u, 0xA0B0C0D0u});
-  Stamp stamp = ReadStamp(point);
-  EXPECT_EQ(stamp.unit, 0x01020304u);
-  EXPECT_EQ(stamp.index, 0xA0B0C0D0u);
-  EXPECT_EQ(point.mark, 0);
-  EXPECT_EQ(point.motion_flag, 0.0);
-}
-
 }  // namespace
 }  // namespace tools
 }  // namespace velmar

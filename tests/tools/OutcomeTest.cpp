@@ -94,13 +94,6 @@ TEST(OutcomeTest, AReturnThatNeverComesOutIsLostNotRemoved) {
   EXPECT_EQ(tally[TruthKind::kGhost].removed, 0u);
 }
 
-TEST(OutcomeTest, PictureOutcomesFollowTruthAndRemoval) {
-  EXPECT_EQ(OutcomeOf(TruthKind::kRain, true), PointOutcome::kNoiseRemoved);
-  EXPECT_EQ(OutcomeOf(TruthKind::kFixedEcho, false), PointOutcome::kNoiseKept);
-  EXPECT_EQ(OutcomeOf(TruthKind::kGround, true), PointOutcome::kRealRemoved);
-  EXPECT_EQ(OutcomeOf(TruthKind::kReal, false), PointOutcome::kRealKept);
-}
-
 // Algorithms for the meter: one that holds packets back like the drag filter and labels what it
 // hands back, one that removes near returns.
 class HoldBackAlgo : public AlgoBase {
