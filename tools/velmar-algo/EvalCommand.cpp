@@ -48,7 +48,7 @@ EvalReport Evaluate(const EvalOptions& options) {
   LidarType model = ParseModel(options.model);
   std::unique_ptr<sim::RecordingReader> reader = OpenRecording(options.input);
   CheckRecordingModel(*reader, options.input, model);
-  std::unique_ptr<LidarAlgo> pipeline = OpenInspectablePipeline(model, options.config);
+  std::unique_ptr<LidarAlgo> pipeline = OpenMeasurablePipeline(model, options.config);
 
   StageMeter meter(pipeline->Algorithms());
   EvalReport report;

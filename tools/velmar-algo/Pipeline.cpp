@@ -58,7 +58,7 @@ std::unique_ptr<ILidarAlgo> OpenPipeline(LidarType model, const std::string& con
   return Configure(std::move(pipeline), configPath, text);
 }
 
-std::unique_ptr<LidarAlgo> OpenInspectablePipeline(LidarType model, const std::string& configPath) {
+std::unique_ptr<LidarAlgo> OpenMeasurablePipeline(LidarType model, const std::string& configPath) {
   std::string text = ReadConfigText(configPath);
   std::unique_ptr<LidarAlgo> pipeline;
   {

@@ -18,8 +18,8 @@ namespace tools {
 // The pipeline as a host sees it, through the public interface.
 std::unique_ptr<ILidarAlgo> OpenPipeline(LidarType model, const std::string& configPath);
 
-// The same pipeline with its algorithm list open to inspection, for measuring each algorithm.
-std::unique_ptr<LidarAlgo> OpenInspectablePipeline(LidarType model, const std::string& configPath);
+// The same pipeline with its algorithm list at hand, for measuring each algorithm.
+std::unique_ptr<LidarAlgo> OpenMeasurablePipeline(LidarType model, const std::string& configPath);
 
 // The text of a configuration file; CommandError when it cannot be read.
 std::string ReadConfigText(const std::string& path);
