@@ -43,7 +43,7 @@ test-san: deps
 	  ctest --output-on-failure -j$(JOBS)
 
 demo: build
-	./$(BUILD_DIR)/examples/host_demo configs/demo.json
+	./tools/demo.sh $(BUILD_DIR)
 
 # Optimised build of the benchmarks; prints every figure (see docs/performance.md).
 bench: deps

@@ -12,6 +12,14 @@ namespace tools {
 
 // velmar-algo simulate: writes a simulated recording.
 void AddSimulateCommand(CLI::App& app);
+// velmar-algo run: feeds a recording through a pipeline and writes the result.
+void AddRunCommand(CLI::App& app);
+// velmar-algo eval: measures what each algorithm of a pipeline does to each truth class.
+void AddEvalCommand(CLI::App& app);
+// velmar-algo render: draws one frame from above and as a range image.
+void AddRenderCommand(CLI::App& app);
+// velmar-algo info: prints a recording's metadata and per-frame counts.
+void AddInfoCommand(CLI::App& app);
 
 }  // namespace tools
 }  // namespace velmar

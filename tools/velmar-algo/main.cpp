@@ -7,6 +7,10 @@ int main(int argc, char** argv) {
   CLI::App app{"velmar-algo: simulate, process and examine lidar recordings"};
   app.require_subcommand(1);
   velmar::tools::AddSimulateCommand(app);
+  velmar::tools::AddRunCommand(app);
+  velmar::tools::AddEvalCommand(app);
+  velmar::tools::AddRenderCommand(app);
+  velmar::tools::AddInfoCommand(app);
   CLI11_PARSE(app, argc, argv);
   return 0;
 }

@@ -1,0 +1,66 @@
+// Helpers of the velmar-algo subcommand tests: scratch folders, running the command, and small
+// hand-built recordings whose every point is known.
+#ifndef VELMAR_TESTS_TOOLS_CLI_TEST_SUPPORT_H
+#define VELMAR_TESTS_TOOLS_CLI_TEST_SUPPORT_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sim/Truth.h"
+#include "velmar/lidar_algo.h"
+
+namespace velmar {
+namespace clitest {
+
+// A fresh folder, removed with its contents at the end of the test.
+class ScratchFolder {
+ public:
+  ScratchFolder();
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  std::string Path(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+struct CommandResult {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+// Runs `velmar-algo <arguments>` (arguments are passed to the shell as they stand).
+CommandResult RunCli(const std::string& arguments, const ScratchFolder& scratch);
+
+void WriteText(const std::string& path, const std::string& text);
+std::string ReadText(const std::string& path);
+
+// A configuration of the given "algo_list" entries (JSON objects, comma-separated).
+std::string ConfigText(const std::string& entries);
+// Entries for the per-point rain rule (id 4) and the underground rule (id 5), whose outcomes
+// are fixed by their thresholds.
+std::string RainEntry(double validDistance);
+std::string UnderGroundEntry(double height);
+
+// A return of the given truth class at `distance` straight ahead, height `z`.
+_ori_point TruthPoint(sim::TruthKind kind, double distance, double pulseWidth, double z = 0.0);
+
+// Writes a recording of `model` made of `frames`.
+void WriteRecording(const std::string& folder, const std::string& model,
+                    const std::vector<std::vector<_ori_point>>& frames);
+std::vector<std::vector<_ori_point>> ReadRecording(const std::string& folder);
+
+// Width and height from a PNG file's signature and header chunk; {0, 0} when it is not a PNG.
+struct PngSize {
+  uint32_t width = 0;
+  uint32_t height = 0;
+};
+PngSize ReadPngSize(const std::string& path);
+
+}  // namespace clitest
+}  // namespace velmar
+
+#endif  // VELMAR_TESTS_TOOLS_CLI_TEST_SUPPORT_H

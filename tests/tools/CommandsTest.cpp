@@ -1,0 +1,303 @@
+// velmar-algo run, eval, render and info end to end: on simulated drives, on hand-built
+// recordings whose outcome is known, and on every kind of bad input.
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CliTestSupport.h"
+#include "EvalReport.h"
+
+namespace velmar {
+namespace clitest {
+namespace {
+
+using sim::TruthKind;
+
+constexpr uint32_t kMarloPacket = 128;
+
+// Everything but the measures that a filter may zero must come through untouched.
+void ExpectSameSlot(const _ori_point& in, const _ori_point& out, std::size_t f, std::size_t i) {
+  _ori_point expected = in;
+  expected.distance = out.distance;
+  ASSERT_EQ(std::memcmp(&expected, &out, sizeof(_ori_point)), 0) << "frame " << f << " point " << i;
+  ASSERT_TRUE(out.distance == in.distance || out.distance == 0.0)
+      << "frame " << f << " point " << i;
+}
+
+std::vector<std::vector<_ori_point>> HostView(LidarType model, const std::string& config,
+                                              const std::vector<std::vector<_ori_point>>& frames,
+                                              std::size_t packet) {
+  std::unique_ptr<ILidarAlgo> pipeline = ILidarAlgo::Create(model, config);
+  std::vector<std::vector<_ori_point>> seen;
+  for (const std::vector<_ori_point>& frame : frames) {
+    seen.emplace_back();
+    for (std::size_t at = 0; at < frame.size(); at += packet) {
+      std::size_t end = std::min(at + packet, frame.size());
+      std::vector<_ori_point> unit(frame.begin() + static_cast<std::ptrdiff_t>(at),
+                                   frame.begin() + static_cast<std::ptrdiff_t>(end));
+      pipeline->Process(unit);
+      seen.back().insert(seen.back().end(), unit.begin(), unit.end());
+    }
+  }
+  return seen;
+}
+
+class SimulatedDriveTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CommandResult made = RunCli(
+        "simulate --model Marlo128 --scene city --rain 0.2 --frames 2 --seed 3 -o " + Drive(),
+        scratch_);
+    ASSERT_EQ(made.status, 0) << made.err;
+    WriteText(Config(), ConfigText(RainEntry(6.0) + "," + UnderGroundEntry(0.87)));
+  }
+  std::string Drive() const { return scratch_.Path("drive"); }
+  std::string Config() const { return scratch_.Path("rain.json"); }
+
+  ScratchFolder scratch_;
+};
+
+TEST_F(SimulatedDriveTest, RunKeepsEveryFrameAndAccountsForEveryReturn) {
+  CommandResult run = RunCli(
+      "run --model Marlo128 --config " + Config() + " " + Drive() + " " + scratch_.Path("out"),
+      scratch_);
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::vector<std::vector<_ori_point>> in = ReadRecording(Drive());
+  std::vector<std::vector<_ori_point>> out = ReadRecording(scratch_.Path("out"));
+  ASSERT_EQ(out.size(), in.size());
+  uint64_t removed = 0;
+  for (std::size_t f = 0; f < in.size(); ++f) {
+    ASSERT_EQ(out[f].size(), in[f].size());
+    for (std::size_t i = 0; i < in[f].size(); ++i) {
+      ExpectSameSlot(in[f][i], out[f][i], f, i);
+      removed += (in[f][i].distance != 0.0 && out[f][i].distance == 0.0) ? 1 : 0;
+    }
+  }
+  EXPECT_GT(removed, 0u);
+  EXPECT_NE(run.out.find("removed          " + std::to_string(removed) + " returns"),
+            std::string::npos)
+      << run.out;
+  EXPECT_NE(run.out.find("frames           2"), std::string::npos);
+  EXPECT_NE(run.out.find("[algo]: rain is added!"), std::string::npos);  // library messages shown
+}
+
+TEST_F(SimulatedDriveTest, PacketModeWritesTheFramesAHostAssemblesFromPackets) {
+  CommandResult run = RunCli("run --model Marlo128 --packet 128 --config " + Config() + " " +
+                                 Drive() + " " + scratch_.Path("packets"),
+                             scratch_);
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::vector<std::vector<_ori_point>> in = ReadRecording(Drive());
+  std::vector<std::vector<_ori_point>> host = HostView(LIDAR_MARLO128, Config(), in, kMarloPacket);
+  std::vector<std::vector<_ori_point>> out = ReadRecording(scratch_.Path("packets"));
+  ASSERT_EQ(out.size(), host.size());
+  for (std::size_t f = 0; f < host.size(); ++f) {
+    ASSERT_EQ(out[f].size(), host[f].size());
+    EXPECT_EQ(std::memcmp(out[f].data(), host[f].data(), host[f].size() * sizeof(_ori_point)), 0)
+        << "frame " << f;
+  }
+}
+
+TEST(PacketDelayTest, DragFilterPacketsComeBackInPlaceOnZephelT) {
+  ScratchFolder scratch;
+  ASSERT_EQ(
+      RunCli("simulate --model ZephelT --drag 0.3 --frames 2 --seed 5 -o " + scratch.Path("drive"),
+             scratch)
+          .status,
+      0);
+  WriteText(scratch.Path("drag.json"),
+            ConfigText("{\"id\": 12, \"enabled\": true, \"name\": \"drag\", \"desc\": \"\", "
+                       "\"lidar_type\": [\"ZephelT\"], \"param\": {}}"));
+  CommandResult run =
+      RunCli("run --model ZephelT --packet 96 --config " + scratch.Path("drag.json") + " " +
+                 scratch.Path("drive") + " " + scratch.Path("out"),
+             scratch);
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::vector<std::vector<_ori_point>> in = ReadRecording(scratch.Path("drive"));
+  std::vector<std::vector<_ori_point>> out = ReadRecording(scratch.Path("out"));
+  ASSERT_EQ(out.size(), in.size());
+  for (std::size_t f = 0; f < in.size(); ++f) {
+    ASSERT_EQ(out[f].size(), in[f].size());
+    for (std::size_t i = 0; i < in[f].size(); ++i) {
+      const _ori_point& a = in[f][i];
+      const _ori_point& b = out[f][i];
+      ASSERT_TRUE(a.reserved_a == b.reserved_a && a.channel == b.channel &&
+                  a.hor_angle == b.hor_angle && a.timestamp == b.timestamp &&
+                  a.mirror == b.mirror && a.mark == b.mark &&
+                  std::memcmp(a.reserved_c, b.reserved_c, sizeof(a.reserved_c)) == 0)
+          << "frame " << f << " point " << i << " is not the point recorded there";
+    }
+  }
+}
+
+// One frame whose outcome under the rain rule (returns nearer than 6 m with a weak echo go) and
+// the underground rule (returns below -0.87 m go) is known point by point.
+std::vector<_ori_point> KnownFrame() {
+  return {TruthPoint(TruthKind::kRain, 2.0, 5.0),            // echo 1.5: removed by rain
+          TruthPoint(TruthKind::kRain, 3.0, 10.0),           // echo 4.5: removed by rain
+          TruthPoint(TruthKind::kRain, 5.0, 60.0),           // echo 45: strong, kept
+          TruthPoint(TruthKind::kFog, 1.0, 2.0),             // removed by rain
+          TruthPoint(TruthKind::kReal, 20.0, 30.0),          // kept
+          TruthPoint(TruthKind::kReal, 5.5, 80.0),           // near but strong: kept
+          TruthPoint(TruthKind::kGround, 12.0, 30.0, -1.2),  // below ground: wrongly removed
+          TruthPoint(TruthKind::kGround, 12.0, 30.0, -0.5),  // kept
+          TruthPoint(TruthKind::kNoReturn, 0.0, 0.0)};
+}
+
+TEST(EvalTest, FiguresOfAHandBuiltRecordingMatchTheKnownOutcome) {
+  ScratchFolder scratch;
+  WriteRecording(scratch.Path("known"), "Marlo128", {KnownFrame(), KnownFrame()});
+  WriteText(scratch.Path("c.json"), ConfigText(UnderGroundEntry(0.87) + "," + RainEntry(6.0)));
+  tools::EvalOptions options;
+  options.model = "Marlo128";
+  options.config = scratch.Path("c.json");
+  options.input = scratch.Path("known");
+  tools::EvalReport report = tools::Evaluate(options);
+
+  EXPECT_EQ(report.frames, 2u);
+  ASSERT_EQ(report.stages.size(), 2u);
+  EXPECT_EQ(report.stages[0].id, 4u);  // pipeline order, whatever the file's order
+  EXPECT_EQ(report.stages[1].id, 5u);
+  const tools::OutcomeTally& rain = report.stages[0].tally;
+  EXPECT_EQ(rain[TruthKind::kRain].removed, 4u);
+  EXPECT_EQ(rain[TruthKind::kFog].removed, 2u);
+  EXPECT_EQ(rain.Surface().removed, 0u);
+  const tools::OutcomeTally& under = report.stages[1].tally;
+  EXPECT_EQ(under[TruthKind::kGround].removed, 2u);
+  EXPECT_EQ(under.Noise().removed, 0u);
+  const tools::OutcomeTally& all = report.pipeline;
+  EXPECT_EQ(all[TruthKind::kRain].returns, 6u);
+  EXPECT_EQ(all[TruthKind::kReal].returns, 4u);
+  EXPECT_EQ(all.Noise().removed, 6u);
+  EXPECT_DOUBLE_EQ(tools::NoiseRecall(all.Noise()), 6.0 / 8.0);
+  EXPECT_DOUBLE_EQ(tools::RealRemovedShare(all.Surface()), 2.0 / 8.0);
+
+  CommandResult eval = RunCli("eval --model Marlo128 --config " + scratch.Path("c.json") +
+                                  " --packet 4 --json " + scratch.Path("e.json") + " --plot " +
+                                  scratch.Path("e.png") + " " + scratch.Path("known"),
+                              scratch);
+  ASSERT_EQ(eval.status, 0) << eval.err;
+  EXPECT_NE(eval.out.find("noise removal recall 75.00%, real returns wrongly removed 25.000%"),
+            std::string::npos)
+      << eval.out;
+  rapidjson::Document json;
+  json.Parse(ReadText(scratch.Path("e.json")).c_str());
+  ASSERT_FALSE(json.HasParseError());
+  EXPECT_EQ(json["algorithms"][0]["by_class"]["rain"]["removed"].GetUint64(), 4u);
+  EXPECT_EQ(json["pipeline"]["by_class"]["ground"]["returns"].GetUint64(), 4u);
+  EXPECT_DOUBLE_EQ(json["pipeline"]["noise_recall"].GetDouble(), 0.75);
+  EXPECT_GT(ReadPngSize(scratch.Path("e.png")).width, 0u);
+}
+
+TEST(RenderTest, WritesAPngOfTheRequestedSizeWithAndWithoutAPipeline) {
+  ScratchFolder scratch;
+  WriteRecording(scratch.Path("known"), "Marlo128", {KnownFrame(), KnownFrame(), {}});
+  WriteText(scratch.Path("c.json"), ConfigText(RainEntry(6.0)));
+  CommandResult truth = RunCli("render " + scratch.Path("known") + " --frame 1 --width 320 " +
+                                   "--height 200 -o " + scratch.Path("truth.png"),
+                               scratch);
+  ASSERT_EQ(truth.status, 0) << truth.err;
+  PngSize size = ReadPngSize(scratch.Path("truth.png"));
+  EXPECT_EQ(size.width, 320u);
+  EXPECT_EQ(size.height, 200u);
+  CommandResult outcome =
+      RunCli("render " + scratch.Path("known") + " --frame 2 --config " + scratch.Path("c.json") +
+                 " --width 641 --height 333 -o " + scratch.Path("outcome.png"),
+             scratch);
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  size = ReadPngSize(scratch.Path("outcome.png"));
+  EXPECT_EQ(size.width, 641u);
+  EXPECT_EQ(size.height, 333u);
+}
+
+TEST(InfoTest, PrintsMetadataAndCountsPerFrame) {
+  ScratchFolder scratch;
+  std::vector<_ori_point> marked = KnownFrame();
+  marked.back().mark = 1;
+  WriteRecording(scratch.Path("known"), "ZephelT", {KnownFrame(), marked});
+  CommandResult info = RunCli("info " + scratch.Path("known"), scratch);
+  ASSERT_EQ(info.status, 0) << info.err;
+  EXPECT_NE(info.out.find("model            ZephelT (type 20)"), std::string::npos) << info.out;
+  EXPECT_NE(info.out.find("     0         9         8      0"), std::string::npos) << info.out;
+  EXPECT_NE(info.out.find("     1         9         8      1"), std::string::npos) << info.out;
+}
+
+struct ErrorCase {
+  const char* arguments;  // KNOWN and CONFIG stand for a good recording and configuration
+  int status;
+  const char* message;
+};
+
+class ErrorPathTest : public ::testing::TestWithParam<ErrorCase> {};
+
+std::string Substitute(std::string text, const std::string& key, const std::string& value) {
+  for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at)) {
+    text.replace(at, key.size(), value);
+    at += value.size();
+  }
+  return text;
+}
+
+TEST_P(ErrorPathTest, GivesOneClearLineAndAFailingStatus) {
+  ScratchFolder scratch;
+  WriteRecording(scratch.Path("known"), "Marlo128", {KnownFrame()});
+  WriteText(scratch.Path("good.json"), ConfigText(RainEntry(6.0)));
+  WriteText(scratch.Path("old.json"), "{\"version\": \"2.0.5\", \"algo_list\": []}");
+  WriteText(scratch.Path("broken.json"), "{\"version\": ");
+  std::string arguments = Substitute(GetParam().arguments, "DIR", scratch.Path(""));
+  CommandResult result = RunCli(arguments, scratch);
+  EXPECT_EQ(result.status, GetParam().status) << result.err;
+  std::string expected = Substitute(GetParam().message, "DIR", scratch.Path(""));
+  EXPECT_NE(result.err.find(expected), std::string::npos) << result.err;
+  ASSERT_FALSE(result.err.empty());
+  EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "more than one line: " << result.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryCommand, ErrorPathTest,
+    ::testing::Values(
+        ErrorCase{"run --model Marlo128 --config DIRgood.json DIRmissing DIRout", 1,
+                  "velmar-algo run: DIRmissing: no such recording folder"},
+        ErrorCase{"run --model Marlo129 --config DIRgood.json DIRknown DIRout", 2,
+                  "velmar-algo run: unknown model \"Marlo129\" (known: Orvik16, Orvik32"},
+        ErrorCase{"run --model ZephelT --config DIRgood.json DIRknown DIRout", 2,
+                  "velmar-algo run: DIRknown: recording is of model \"Marlo128\", not \"ZephelT\""},
+        ErrorCase{"run --model Marlo128 --config DIRnone.json DIRknown DIRout", 1,
+                  "velmar-algo run: DIRnone.json: cannot open configuration file"},
+        ErrorCase{"run --model Marlo128 --config DIRold.json DIRknown DIRout", 1,
+                  "velmar-algo run: DIRold.json: configuration refused by the library"},
+        ErrorCase{"run --model Marlo128 --config DIRbroken.json DIRknown DIRout", 1,
+                  "configuration refused by the library"},
+        ErrorCase{"run --model Marlo128 --config DIRgood.json DIRknown DIRknown", 1,
+                  "velmar-algo run: DIRknown: output folder is the input recording"},
+        ErrorCase{"eval --model ZephelT --config DIRgood.json DIRknown", 2,
+                  "velmar-algo eval: DIRknown: recording is of model"},
+        ErrorCase{"eval --model Marlo128 --config DIRold.json DIRknown", 1,
+                  "velmar-algo eval: DIRold.json: configuration refused by the library"},
+        ErrorCase{"eval --model Marlo128 --config DIRgood.json --json DIRno/such/e.json DIRknown",
+                  1, "velmar-algo eval: DIRno/such/e.json: cannot write file"},
+        ErrorCase{"render DIRknown --frame 1 -o DIRr.png", 1,
+                  "velmar-algo render: frame 1 is out of range (DIRknown has 1 frames)"},
+        ErrorCase{"render DIRknown --frame 0 --config DIRold.json -o DIRr.png", 1,
+                  "velmar-algo render: DIRold.json: configuration refused by the library"},
+        ErrorCase{"render DIRknown --frame 0 -o DIRno/such/r.png", 1,
+                  "velmar-algo render: DIRno/such/r.png: cannot write picture"},
+        ErrorCase{"info DIRmissing", 1, "velmar-algo info: DIRmissing: no such recording folder"}));
+
+TEST(ErrorPathTest, AMalformedRecordingNamesTheFileAtFault) {
+  ScratchFolder scratch;
+  WriteRecording(scratch.Path("known"), "Marlo128", {KnownFrame()});
+  WriteText(scratch.Path("known/recording.json"), "{ not json");
+  CommandResult result = RunCli("info " + scratch.Path("known"), scratch);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err.rfind("velmar-algo info: " + scratch.Path("known/recording.json"), 0), 0u)
+      << result.err;
+}
+
+}  // namespace
+}  // namespace clitest
+}  // namespace velmar

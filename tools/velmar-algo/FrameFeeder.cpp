@@ -1,0 +1,193 @@
+#include "FrameFeeder.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+namespace velmar {
+namespace tools {
+namespace {
+
+// Enough for any pipeline whose algorithms hold back at most a few packets; the drag filter
+// holds one.
+constexpr int kMaxFlushes = 4;
+
+static_assert(sizeof(_ori_point::reserved_c) == 2 * sizeof(uint32_t), "stamp fits reserved_c");
+
+void EmptyMeasures(_ori_point& point) {
+  point.x = 0.0;
+  point.y = 0.0;
+  point.z = 0.0;
+  point.intensity = 0.0;
+  point.distance = 0.0;
+  point.pulse_width = 0.0;
+  point.mark = 0;
+}
+
+}  // namespace
+
+Stamp ReadStamp(const _ori_point& point) {
+  Stamp stamp;
+  std::memcpy(&stamp.unit, point.reserved_c, sizeof(uint32_t));
+  std::memcpy(&stamp.index, point.reserved_c + sizeof(uint32_t), sizeof(uint32_t));
+  return stamp;
+}
+
+void WriteStamp(_ori_point& point, Stamp stamp) {
+  std::memcpy(point.reserved_c, &stamp.unit, sizeof(uint32_t));
+  std::memcpy(point.reserved_c + sizeof(uint32_t), &stamp.index, sizeof(uint32_t));
+}
+
+FrameFeeder::FrameFeeder(UnitProcessor processor, uint32_t packetPoints, FrameSink sink)
+    : processor_(std::move(processor)), packetPoints_(packetPoints), sink_(std::move(sink)) {}
+
+void FrameFeeder::Feed(const std::vector<_ori_point>& frame) {
+  frames_.emplace_back();
+  FedFrame& fed = frames_.back();
+  fed.index = nextFrame_++;
+  fed.input = frame;
+  std::size_t step = packetPoints_ == 0 ? std::max<std::size_t>(frame.size(), 1) : packetPoints_;
+  std::size_t offset = 0;
+  do {
+    std::size_t size = std::min(step, frame.size() - offset);
+    Unit unit;
+    unit.seq = nextSeq_++;
+    unit.frame = fed.index;
+    unit.offset = offset;
+    unit.size = size;
+    units_.push_back(unit);
+    fed.units.push_back(unit.seq);
+    buffer_.assign(frame.begin() + static_cast<std::ptrdiff_t>(offset),
+                   frame.begin() + static_cast<std::ptrdiff_t>(offset + size));
+    for (std::size_t i = 0; i < size; ++i) {
+      WriteStamp(buffer_[i], Stamp{unit.seq, static_cast<uint32_t>(i)});
+    }
+    if (size > 0) {
+      lastUnit_ = buffer_;
+    }
+    ProcessUnit(buffer_, &fed, unit.seq);
+    offset += size;
+  } while (offset < frame.size());
+  EmitReadyFrames();
+}
+
+void FrameFeeder::Finish() {
+  for (int flush = 0; flush < kMaxFlushes && !lastUnit_.empty(); ++flush) {
+    if (flush > 0 && !HasUnreturnedUnits()) {
+      break;
+    }
+    uint32_t seq = nextSeq_++;
+    buffer_ = lastUnit_;
+    for (std::size_t i = 0; i < buffer_.size(); ++i) {
+      EmptyMeasures(buffer_[i]);
+      WriteStamp(buffer_[i], Stamp{seq, static_cast<uint32_t>(i)});
+    }
+    ProcessUnit(buffer_, nullptr, seq);
+  }
+  for (Unit& unit : units_) {
+    unit.final = true;
+  }
+  EmitReadyFrames();
+}
+
+void FrameFeeder::ProcessUnit(std::vector<_ori_point>& buffer, FedFrame* owner, uint32_t seq) {
+  auto start = std::chrono::steady_clock::now();
+  processor_(buffer);
+  std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
+  if (owner != nullptr) {
+    owner->seconds += spent.count();
+  }
+  Route(buffer, seq);
+}
+
+// The packet that came back is the one named by its first point's stamp. Packets are handed
+// back in the order they were given, so every packet before it is now final. A packet that comes
+// back empty tells nothing about order: it is taken to be the one just fed and finalises nothing.
+void FrameFeeder::Route(std::vector<_ori_point>& buffer, uint32_t fedSeq) {
+  bool named = !buffer.empty() && ReadStamp(buffer.front()).unit != 0;
+  uint32_t seq = named ? ReadStamp(buffer.front()).unit : fedSeq;
+  Unit* unit = FindUnit(seq);
+  if (unit == nullptr) {
+    return;  // an empty packet pushed in at the end, or a packet already handed on
+  }
+  unit->result.swap(buffer);
+  unit->returned = true;
+  if (!named) {
+    return;
+  }
+  for (Unit& earlier : units_) {
+    if (earlier.seq >= seq) {
+      break;
+    }
+    earlier.final = true;
+  }
+}
+
+FrameFeeder::Unit* FrameFeeder::FindUnit(uint32_t seq) {
+  if (units_.empty() || seq < units_.front().seq) {
+    return nullptr;
+  }
+  std::size_t position = seq - units_.front().seq;
+  return position < units_.size() ? &units_[position] : nullptr;
+}
+
+bool FrameFeeder::HasUnreturnedUnits() const {
+  return std::any_of(units_.begin(), units_.end(), [](const Unit& unit) { return !unit.returned; });
+}
+
+void FrameFeeder::EmitReadyFrames() {
+  while (!frames_.empty()) {
+    FedFrame& frame = frames_.front();
+    std::size_t count = frame.units.size();
+    bool ready = std::all_of(units_.begin(), units_.begin() + static_cast<std::ptrdiff_t>(count),
+                             [](const Unit& unit) { return unit.final; });
+    if (!ready) {
+      return;
+    }
+    Assemble(frame);
+    sink_(frame);
+    units_.erase(units_.begin(), units_.begin() + static_cast<std::ptrdiff_t>(count));
+    frames_.pop_front();
+  }
+}
+
+// The frame's units sit at the front of the queue, in order. A returned point is traced back by
+// its stamp; points stamped in another frame (copies an algorithm kept from earlier frames) have
+// no origin here, and their reserved_c bytes are cleared since the recording's are not at hand.
+void FrameFeeder::Assemble(FedFrame& frame) {
+  frame.output.clear();
+  frame.origin.clear();
+  uint32_t firstSeq = frame.units.front();
+  std::size_t count = frame.units.size();
+  for (std::size_t u = 0; u < count; ++u) {
+    const Unit& unit = units_[u];
+    if (!unit.returned) {
+      ++frame.unreturned;
+      for (std::size_t i = 0; i < unit.size; ++i) {
+        frame.output.push_back(frame.input[unit.offset + i]);
+        frame.origin.push_back(static_cast<int64_t>(unit.offset + i));
+      }
+      continue;
+    }
+    for (const _ori_point& returned : unit.result) {
+      Stamp stamp = ReadStamp(returned);
+      int64_t origin = kNoOrigin;
+      if (stamp.unit >= firstSeq && stamp.unit - firstSeq < count &&
+          stamp.index < units_[stamp.unit - firstSeq].size) {
+        origin = static_cast<int64_t>(units_[stamp.unit - firstSeq].offset + stamp.index);
+      }
+      frame.output.push_back(returned);
+      _ori_point& restored = frame.output.back();
+      if (origin == kNoOrigin) {
+        std::memset(restored.reserved_c, 0, sizeof(restored.reserved_c));
+      } else {
+        std::memcpy(restored.reserved_c, frame.input[static_cast<std::size_t>(origin)].reserved_c,
+                    sizeof(restored.reserved_c));
+      }
+      frame.origin.push_back(origin);
+    }
+  }
+}
+
+}  // namespace tools
+}  // namespace velmar
