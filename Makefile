@@ -11,7 +11,7 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 BENCH_BUILD_DIR ?= build-bench
 
-.PHONY: all deps build test test-san demo bench install-check clean
+.PHONY: all deps build test test-san demo example bench install-check clean
 
 all: build
 
@@ -44,6 +44,10 @@ test-san: deps
 
 demo: build
 	./tools/demo.sh $(BUILD_DIR)
+
+# The minimal host program of examples/, on a bundled configuration.
+example: build
+	./$(BUILD_DIR)/examples/host_demo configs/demo.json
 
 # Optimised build of the benchmarks; prints every figure (see docs/performance.md).
 bench: deps

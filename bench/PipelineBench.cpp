@@ -1,6 +1,8 @@
 // Whole default pipelines, as a host runs them, per simulated model.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -13,12 +15,12 @@ namespace velmar {
 namespace bench {
 namespace {
 
-// configs/<model>.json, with the characters a file name cannot hold replaced by '-'.
+// The model's default configuration: configs/<name>.json, the name in lower case and cut at the
+// first '/' ("ZephelB2/B3/MP" -> zephelb2.json).
 std::string DefaultConfig(const std::string& model) {
-  std::string file = model;
-  for (char& c : file) {
-    if (c == '/') c = '-';
-  }
+  std::string file = model.substr(0, model.find('/'));
+  std::transform(file.begin(), file.end(), file.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return std::string(VELMAR_CONFIG_DIR) + "/" + file + ".json";
 }
 
