@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <tuple>
 #include <vector>
 
 #include "ground/i_ground.h"
@@ -58,20 +59,7 @@ std::string ValidateMessage(const PlaneFitGroundDetectorParam& param, bool* vali
   return testing::internal::GetCapturedStderr();
 }
 
-TEST(PlaneFitGroundDetectorParam, AcceptsDefaultsAndEdgeValuesSilently) {
-  PlaneFitGroundDetectorParam p;
-  p.nr_grids_coarse = 2;
-  p.nr_grids_fine = 2;  // coarse may equal fine
-  p.planefit_dist_threshold_near = p.planefit_dist_threshold_far;
-  p.roi_region_rad_x = 1e-6f;
-  bool valid = false;
-  EXPECT_EQ(ValidateMessage(PlaneFitGroundDetectorParam(), &valid), "");
-  EXPECT_TRUE(valid);
-  EXPECT_EQ(ValidateMessage(p, &valid), "");
-  EXPECT_TRUE(valid);
-}
-
-TEST(PlaneFitGroundDetectorParam, RejectsEachBadValueOnTheErrorStream) {
+TEST(PlaneFitGroundDetectorParam, RejectsEachBadValueOnTheErrorStreamAndAcceptsEdges) {
   using P = PlaneFitGroundDetectorParam;
   const std::vector<void (*)(P&)> breakers = {
       [](P& p) { p.nr_grids_coarse = 1; },
@@ -92,6 +80,17 @@ TEST(PlaneFitGroundDetectorParam, RejectsEachBadValueOnTheErrorStream) {
     bool valid = true;
     EXPECT_EQ(ValidateMessage(p, &valid), "Invalid ground detector parameters... \n") << k;
     EXPECT_FALSE(valid) << k;
+  }
+  // The defaults and these edge values pass silently: coarse may equal fine, near equal far.
+  P edges;
+  edges.nr_grids_coarse = 2;
+  edges.nr_grids_fine = 2;
+  edges.planefit_dist_threshold_near = edges.planefit_dist_threshold_far;
+  edges.roi_region_rad_x = 1e-6f;
+  for (const P& p : {P(), edges}) {
+    bool valid = false;
+    EXPECT_EQ(ValidateMessage(p, &valid), "");
+    EXPECT_TRUE(valid);
   }
 }
 
@@ -157,11 +156,8 @@ TEST(PlaneFitGroundDetector, ResultsDependOnTheFrameAloneNotOnCallHistory) {
   ASSERT_TRUE(Detect(detector, other));
   ASSERT_TRUE(Detect(detector, noisy));
   const GroundPlane again = *CellAt(detector, 4.5f, 4.5f);
-  EXPECT_EQ(first.a, again.a);
-  EXPECT_EQ(first.b, again.b);
-  EXPECT_EQ(first.c, again.c);
-  EXPECT_EQ(first.d, again.d);
-  EXPECT_EQ(first.support, again.support);
+  EXPECT_EQ(std::tie(first.a, first.b, first.c, first.d, first.support),
+            std::tie(again.a, again.b, again.c, again.d, again.support));
 }
 
 TEST(PlaneFitGroundDetector, SparseOrDegenerateCellsGetNoPlane) {
