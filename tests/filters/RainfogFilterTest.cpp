@@ -28,6 +28,7 @@ TEST(RainfogFilter, BandsThresholdsAndPresets) {
       {13, q, R"({"big_reflecttion": 9})", Ret(10.0).Pulse(2.0), true},
       // A far point of pulse width 12 is under the far limit of mode 4 (15), not of mode 3 (10).
       {13, q, R"({"rainfog_filter_range": 3})", Ret(3.0).Pulse(12.0), false},
+      {13, q, R"({"rainfog_filter_range": 3})", Ret(3.0).Pulse(10.0), false},  // limit exclusive
       {13, q, R"({"rainfog_filter_range": 4})", Ret(3.0).Pulse(12.0), true},
       {13, q, R"({"rainfog_filter_range": 4.9})", Ret(3.0).Pulse(12.0), true},
       {13, q, R"({"rainfog_filter_range": 5})", Ret(2.5).Pulse(9.0), true},
