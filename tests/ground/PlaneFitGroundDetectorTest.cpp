@@ -94,20 +94,6 @@ TEST(PlaneFitGroundDetectorParam, RejectsEachBadValueOnTheErrorStreamAndAcceptsE
   }
 }
 
-TEST(PlaneFitGroundDetector, FailsWithoutASuccessfulInit) {
-  PlaneFitGroundDetectorParam bad;
-  bad.nr_grids_coarse = 1;
-  PlaneFitGroundDetector detector(bad);
-  std::vector<float> xyz;
-  AddGround(xyz, {0, 0, -2}, 0, 0, 18);
-  EXPECT_FALSE(Detect(detector, xyz));  // before Init
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(detector.Init());
-  testing::internal::GetCapturedStderr();
-  EXPECT_FALSE(Detect(detector, xyz));
-  EXPECT_EQ(detector.GetGroundPlane(8, 8), nullptr);
-}
-
 TEST(PlaneFitGroundDetector, RecoversATiltedPlaneDespiteOutliers) {
   const Plane truth{0.03f, -0.02f, -2.0f};
   std::vector<float> xyz;
@@ -296,23 +282,32 @@ TEST(PlaneFitGroundDetector, AcceptsAnyCountStrideAndBadCoordinates) {
   EXPECT_EQ(detector.GetGroundPlane(0, 16), nullptr);
 }
 
-TEST(PlaneFitGroundDetector, WildButValidSettingsNeitherStallNorAllocateWithoutBound) {
+// Without a successful Init nothing is detected; absurd grids and unbounded regions are refused
+// at Init, and huge but valid iteration counts neither stall nor allocate without bound.
+TEST(PlaneFitGroundDetector, InitRefusesWhatCannotWorkAndBoundsTheRest) {
+  std::vector<float> xyz;
+  AddGround(xyz, {0, 0, -2}, 0, 0, kCell, 0.5f);
+  PlaneFitGroundDetectorParam bad;
+  bad.nr_grids_coarse = 1;
   PlaneFitGroundDetectorParam huge_grid;
   huge_grid.nr_grids_fine = 100000;
-  PlaneFitGroundDetector refused(huge_grid);
-  EXPECT_FALSE(refused.Init());
   PlaneFitGroundDetectorParam unbounded;
   unbounded.roi_region_rad_x_min = -std::numeric_limits<float>::infinity();
-  PlaneFitGroundDetector unusable(unbounded);
-  EXPECT_FALSE(unusable.Init());
+  for (const PlaneFitGroundDetectorParam& param : {bad, huge_grid, unbounded}) {
+    PlaneFitGroundDetector detector(param);
+    EXPECT_FALSE(Detect(detector, xyz));  // before Init
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(detector.Init());
+    testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(Detect(detector, xyz));
+    EXPECT_EQ(detector.GetGroundPlane(0, 0), nullptr);
+  }
   PlaneFitGroundDetectorParam endless;
   endless.nr_smooth_iter = 2000000000;
   endless.nr_ransac_iter_threshold = 2000000000;
   endless.nr_z_comp_candis = 4000000000u;
   endless.nr_samples_max_threshold = 4000000000u;
   PlaneFitGroundDetector detector = MakeDetector(endless);
-  std::vector<float> xyz;
-  AddGround(xyz, {0, 0, -2}, 0, 0, kCell, 0.5f);
   ASSERT_TRUE(Detect(detector, xyz));
   EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
 }
