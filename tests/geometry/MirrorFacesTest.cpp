@@ -37,7 +37,7 @@ inline bool Removes(AlgoBase& algo, double distance, uint32_t mirror, uint32_t e
 }
 
 _ori_point F(double distance, uint32_t mirror, uint32_t echo = 0) {
-  return test::Ret(distance).Face(mirror, echo);
+  return test::Ret(distance).Face(mirror, echo).Pulse(5.0);
 }
 
 double Below(double edge) {
