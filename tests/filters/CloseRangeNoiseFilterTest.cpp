@@ -101,13 +101,7 @@ TEST_F(CloseRangeNoiseFilterTest, OnlyTheFirstHighMarkerOfAColumnActs) {
   EXPECT_EQ(Deleted(), (Indices{122, 123, 124, 125, 126, 127}));
 }
 
-TEST_F(CloseRangeNoiseFilterTest, ParametersAndModels) {
-  filter = test::MakeAlgoAs<CloseRangeNoiseFilter>(
-      20, LIDAR_QUILL_A4, R"({"filter_farthest_distance": 3, "filter_distance_threshold": 2})");
-  EXPECT_EQ(filter->filter_farthest_distance, 3.0);
-  EXPECT_EQ(filter->filter_distance_threshold, 2.0);
-  EXPECT_EQ(filter->filter_channel_range, 6.0);
-  EXPECT_TRUE(filter->IsSupported("QuillA4"));
+TEST_F(CloseRangeNoiseFilterTest, SupportedModels) {
   EXPECT_TRUE(filter->IsSupported("ZephelB2/B3/MP"));
   EXPECT_FALSE(filter->IsSupported("QuillA2"));
 }

@@ -1,4 +1,6 @@
 #include "filters/SunlightNoise.h"
+#include "filters/SunlightNoise2.h"
+#include "filters/SunlightNoise3.h"
 
 #include <gtest/gtest.h>
 
@@ -7,6 +9,7 @@
 namespace velmar {
 namespace {
 
+using test::Ret;
 using Frame = std::vector<_ori_point>;
 
 _ori_point Return(double distance, double intensity, double pulse_width, uint32_t echo = 0) {
@@ -39,8 +42,6 @@ Frame Judge(const std::string& params, const std::vector<Frame>& frames) {
 TEST(SunlightNoise, MissingKeysAreInsertedAsZero) {
   auto filter = test::MakeAlgoAs<SunlightNoise>(2, LIDAR_MARLO256, R"({"filterWindowV": -2.9})");
   EXPECT_EQ(filter->filter_window_v, -2);
-  EXPECT_EQ(filter->filter_window_h, 0);
-  EXPECT_EQ(filter->valid_distance, 0.0);
   EXPECT_EQ(filter->num_params.size(), 5u);
   EXPECT_EQ(filter->num_params.at("rightReflectThreshold"), 0.0);
 }
@@ -201,6 +202,103 @@ TEST(SunlightNoise, ColumnNeighboursAndValidDistance) {
   EXPECT_EQ(out[150].distance, 0.0);
   EXPECT_EQ(out[160].distance, 6.0);
   EXPECT_EQ(out[170].distance, 0.0);
+}
+
+class SunlightNoise2Test : public ::testing::Test {
+ protected:
+  // Filters `current` after `previous` on a fresh history and returns it.
+  Frame After(Frame previous, Frame current) {
+    filter->ClearCache();
+    filter->Process(previous);
+    filter->Process(current);
+    return current;
+  }
+
+  std::shared_ptr<SunlightNoise2> filter = test::MakeAlgoAs<SunlightNoise2>(3, LIDAR_MARLO256);
+};
+
+TEST_F(SunlightNoise2Test, FirstFrameAfterAClearPassesUnchanged) {
+  // Two columns: point 74 is isolated and far from point 10 of its own frame.
+  Frame noisy = test::MakeFrame(128, 0.0);
+  noisy[74].distance = 5.0;
+  EXPECT_EQ(After(test::MakeFrame(128, 0.0), noisy)[74].distance, 0.0);
+  filter->ClearCache();
+  Frame first = noisy;
+  filter->Process(first);
+  EXPECT_TRUE(test::SameBytes(first, noisy));
+}
+
+TEST_F(SunlightNoise2Test, SpreadIsTakenInSinglePrecision) {
+  // 5.2f - 5.0f is just under 0.2 although 5.2 - 5.0 is just over it in double: a settled
+  // neighbourhood is left alone whatever the jump from the previous column.
+  Frame previous = test::MakeFrame(40, 5.0);
+  previous[10].distance = 5.2;
+  EXPECT_EQ(After(previous, test::MakeFrame(40, 5.0))[10].distance, 5.0);
+  previous[10].distance = 5.25;
+  EXPECT_EQ(After(previous, test::MakeFrame(40, 5.0))[10].distance, 0.0);
+  // Under 0.1 from the previous column is kept even when unsettled.
+  Frame current = test::MakeFrame(40, 5.0);
+  current[11].distance = 9.0;
+  previous[10].distance = 5.0625;
+  EXPECT_EQ(After(previous, current)[10].distance, 5.0);
+}
+
+TEST_F(SunlightNoise2Test, TwoColumnsWhenTheColumnStartsShareAnEcho) {
+  // With two columns point 74 follows point 10 of the same frame and point 10 follows point 74
+  // of the previous frame; with one column each follows its own place in the previous frame.
+  for (std::size_t index : {10u, 74u}) {
+    Frame previous = test::MakeFrame(128, 5.0);
+    Frame current = test::MakeFrame(128, 5.0);
+    previous[index].distance = 7.0;
+    current[index].distance = 7.0;
+    EXPECT_EQ(After(previous, current)[index].distance, 0.0) << index;
+    current[64].echo = 1;
+    EXPECT_EQ(After(previous, current)[index].distance, 7.0) << index;
+  }
+}
+
+TEST_F(SunlightNoise2Test, MissingPartnersContributeNothing) {
+  // The previous frame is short: point 20 has no partner and stays, point 70's is in this frame.
+  Frame current = test::MakeFrame(128, 0.0);
+  current[20].distance = 5.0;
+  current[70].distance = 5.0;
+  Frame out = After(test::MakeFrame(10, 9.0), current);
+  EXPECT_EQ(out[20].distance, 5.0);
+  EXPECT_EQ(out[70].distance, 0.0);
+  out = After(test::MakeFrame(10, 9.0), Frame(current.begin(), current.begin() + 40));
+  EXPECT_EQ(out[20].distance, 5.0);
+}
+
+TEST_F(SunlightNoise2Test, ComparesWithThePreviousFrameAsItCameIn) {
+  Frame frame = test::MakeFrame(40, 0.0);
+  frame[10].distance = 6.0;
+  Frame second = frame;
+  Frame out = After(test::MakeFrame(40, 0.0), frame);
+  filter->Process(second);
+  EXPECT_EQ(out[10].distance, 0.0);
+  EXPECT_EQ(second[10].distance, 6.0);  // judged against 6.0, not the deleted point
+}
+
+TEST_F(SunlightNoise2Test, MirrorOneIsLeftAloneOnTheSmallBlindModel) {
+  Frame current = test::MakeFrame(40, 0.0);
+  current[10].distance = 5.0;
+  current[10].mirror = 1;
+  EXPECT_EQ(After(test::MakeFrame(40, 0.0), current)[10].distance, 0.0);
+  filter = test::MakeAlgoAs<SunlightNoise2>(3, LIDAR_MARLO256_SMALL_BLIND);
+  EXPECT_EQ(After(test::MakeFrame(40, 0.0), current)[10].distance, 5.0);
+}
+
+TEST(SunlightNoise3, StrictEdges) {
+  // Limits 3 m, pulse 3, strength 0.9, all strict.
+  const char* p = R"({"max_distance": 9})";
+  const LidarType b1 = LIDAR_ZEPHEL_B1;
+  test::ExpectRemovals({{15, b1, p, Ret(1.0).Pulse(2.0), true},
+                        {15, b1, p, Ret(3.0).Pulse(1.0), false},
+                        {15, b1, p, Ret(2.999).Pulse(1.0), true},
+                        {15, b1, p, Ret(1.0).Pulse(3.0), false},
+                        {15, b1, p, Ret(2.0).Pulse(2.99), true},
+                        {15, b1, p, Ret(2.5).Pulse(2.41), false},
+                        {15, b1, p, Ret(2.5).Pulse(2.39), true}});
 }
 
 }  // namespace

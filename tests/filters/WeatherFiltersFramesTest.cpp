@@ -1,6 +1,7 @@
-// Frames of awkward sizes, changing from call to call and full of odd values, through each
-// weather filter: nothing may be read outside a frame (the sanitizer build checks that), and a
-// filter may only remove points, never alter anything else.
+// The weather filters through the public interface, and frames of awkward sizes, changing from
+// call to call and full of odd values, through each of them: nothing may be read outside a frame
+// (the sanitizer build checks that), and a filter may only remove points, never alter anything
+// else.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <random>
 
 #include "support/TestSupport.h"
+#include "velmar/lidar_algo.h"
 
 namespace velmar {
 namespace {
@@ -102,6 +104,24 @@ INSTANTIATE_TEST_SUITE_P(
         FilterCase{15, LIDAR_ZEPHEL_B1, "{}", true}, FilterCase{20, LIDAR_QUILL_A4, "{}", true},
         FilterCase{20, LIDAR_QUILL_A4, R"({"filter_channel_range": -200})", false},
         FilterCase{20, LIDAR_QUILL_A4, R"({"filter_channel_range": 200})", false}));
+
+TEST(WeatherPipeline, EachModelGetsItsFiltersInIdOrder) {
+  const std::string path = test::WriteTempFile(R"({"version": "2.0.6", "algo_list": [
+    {"id": 20, "enabled": true, "name": "close", "desc": "", "lidar_type": [], "param": {}},
+    {"id": 15, "enabled": true, "name": "sun3", "desc": "", "lidar_type": [], "param": {}},
+    {"id": 13, "enabled": true, "name": "rain", "desc": "", "lidar_type": [],
+     "param": {"rainfog_filter_range": 1}},
+    {"id": 3, "enabled": true, "name": "sun2", "desc": "", "lidar_type": [], "param": {}},
+    {"id": 2, "enabled": true, "name": "sun", "desc": "", "lidar_type": [],
+     "param": {"validDistance": 10, "filterWindowV": 3, "filterWindowH": 5}}]})");
+  const auto added = [&](LidarType type) {
+    return test::CaptureOutput([&] { ILidarAlgo::Create(type, path); });
+  };
+  EXPECT_EQ(added(LIDAR_ZEPHEL_B1), "[algo]: sun3 is added!\n[algo]: rain is added!\n");
+  EXPECT_EQ(added(LIDAR_MARLO256), "[algo]: sun2 is added!\n[algo]: sun is added!\n");
+  EXPECT_EQ(added(LIDAR_MARLO128H), "[algo]: sun is added!\n");
+  EXPECT_EQ(added(LIDAR_QUILL_A4), "[algo]: close is added!\n[algo]: rain is added!\n");
+}
 
 }  // namespace
 }  // namespace velmar

@@ -10,13 +10,10 @@ namespace velmar {
 namespace {
 
 using test::MakeAlgoAs;
-using test::MakePoint;
+using test::Ret;
 
-_ori_point Return(double distance, double pulseWidth) {
-  _ori_point p = MakePoint(distance);
-  p.pulse_width = pulseWidth;
-  p.x = 1.0;
-  return p;
+Ret Return(double distance, double pulseWidth) {
+  return test::Ret(distance).Pulse(pulseWidth);
 }
 
 std::string RainParams(const std::string& distance, const std::string& reflection,
@@ -56,50 +53,28 @@ TEST(RainPoint, ParameterSetIsAcceptedOrRefusedWhole) {
   }
 }
 
-TEST(RainPoint, RemovesWeakOrLongPulseNearReturns) {
-  auto rain = MakeAlgoAs<RainPoint>(4, LIDAR_ORVIK16, RainParams("6", "40", "299"));
-  std::vector<_ori_point> frame = {
-      Return(5.0, 50.0),   // strength 37.5 < 40: removed
-      Return(5.0, 60.0),   // strength 45: kept
-      Return(6.0, 1.0),    // at the range limit: kept
-      Return(5.9, 2000.0)  // strong, but pulse x 0.15 = 300 > 299: removed
-  };
-  rain->Process(frame);
-  EXPECT_EQ(frame[0].distance, 0.0);
-  EXPECT_EQ(frame[1].distance, 5.0);
-  EXPECT_EQ(frame[2].distance, 6.0);
-  EXPECT_EQ(frame[3].distance, 0.0);
-  EXPECT_EQ(frame[0].x, 1.0) << "only the range is cleared";
-
-  // With a zero intensity threshold any positive pulse condemns a near return, however strong.
-  auto anyPulse = MakeAlgoAs<RainPoint>(4, LIDAR_ORVIK16, RainParams("6", "0.0001", "0"));
-  auto usual = MakeAlgoAs<RainPoint>(4, LIDAR_ORVIK16, RainParams("6", "0.0001", "299"));
-  std::vector<_ori_point> a = {Return(3.0, 0.001)};
-  std::vector<_ori_point> b = a;
-  anyPulse->Process(a);
-  usual->Process(b);
-  EXPECT_EQ(a[0].distance, 0.0);
-  EXPECT_EQ(b[0].distance, 3.0);
-}
-
-TEST(UnderGroundPoint, HeightIsNarrowedAndTheDepthIsExclusive) {
-  auto under = MakeAlgoAs<UnderGroundPoint>(5, LIDAR_MARLO128, "{\"filter_ground_height\": 0.87}");
-  std::vector<_ori_point> frame = {test::MakePointXYZ(0, 0, -0.87),
-                                   test::MakePointXYZ(0, 0, -static_cast<double>(0.87f)),
-                                   test::MakePointXYZ(0, 0, -0.8700001)};
-  for (auto& p : frame)
-    p.distance = 4.0;
-  under->Process(frame);
-  // -0.87f widened is -0.870000004..., so -0.87 itself lies above the floor.
-  EXPECT_EQ(frame[0].distance, 4.0);
-  EXPECT_EQ(frame[1].distance, 4.0);
-  EXPECT_EQ(frame[2].distance, 0.0);
-
-  auto zero = MakeAlgoAs<UnderGroundPoint>(5, LIDAR_MARLO128, "{\"filter_ground_height\": 0}");
-  std::vector<_ori_point> signs = {test::MakePointXYZ(0, 0, -1e-9), test::MakePointXYZ(0, 0, 0)};
-  zero->Process(signs);
-  EXPECT_EQ(signs[0].distance, 0.0);
-  EXPECT_EQ(signs[0].z, -1e-9) << "coordinates are kept";
+// Rain: a near return goes when weak (pulse x 0.15 x range under the reflection threshold) or
+// when pulse x 0.15 is above the intensity threshold; with a zero intensity threshold any pulse
+// condemns it. Underground: the height is narrowed to a float and the depth is exclusive.
+TEST(PointRules, RainAndUndergroundEdges) {
+  const LidarType o = LIDAR_ORVIK16;
+  const std::string usual = RainParams("6", "40", "299");
+  const std::string any_pulse = RainParams("6", "0.0001", "0");
+  const std::string weak_only = RainParams("6", "0.0001", "299");
+  const char* under = "{\"filter_ground_height\": 0.87}";
+  const char* zero = "{\"filter_ground_height\": 0}";
+  const LidarType m = LIDAR_MARLO128;
+  test::ExpectRemovals({{4, o, usual.c_str(), Return(5.0, 50.0), true},
+                        {4, o, usual.c_str(), Return(5.0, 60.0), false},
+                        {4, o, usual.c_str(), Return(6.0, 1.0), false},
+                        {4, o, usual.c_str(), Return(5.9, 2000.0), true},
+                        {4, o, any_pulse.c_str(), Return(3.0, 0.001), true},
+                        {4, o, weak_only.c_str(), Return(3.0, 0.001), false},
+                        {5, m, under, Ret(4.0).Z(-0.87), false},
+                        {5, m, under, Ret(4.0).Z(-static_cast<double>(0.87f)), false},
+                        {5, m, under, Ret(4.0).Z(-0.8700001), true},
+                        {5, m, zero, Ret(4.0).Z(-1e-9), true},
+                        {5, m, zero, Ret(4.0).Z(0.0), false}});
 }
 
 TEST(UnderGroundPoint, InvalidHeightKeepsTheCurrentOne) {
@@ -116,24 +91,13 @@ TEST(DeletePoint, ClearsNearReturnsOfEdgeChannelsOnly) {
   auto rule = MakeAlgoAs<DeletePoint>(16, LIDAR_ZEPHEL_B1);
   EXPECT_TRUE(rule->IsSupported("ZephelB1"));
   EXPECT_FALSE(rule->IsSupported("ZephelB1 "));
-  std::vector<_ori_point> frame;
+  std::vector<test::RuleCase> cases;
   for (uint32_t channel : {0u, 1u, 2u, 3u, 61u, 62u, 63u, 64u, 65u}) {
-    _ori_point p = Return(3.999, 7.0);
-    p.channel = channel;
-    p.intensity = 9.0;
-    p.label = 3;
-    frame.push_back(p);
+    const bool edge = channel == 1 || channel == 2 || (channel >= 62 && channel <= 64);
+    cases.push_back({16, LIDAR_ZEPHEL_B1, "{}", Return(3.999, 7.0).Channel(channel), edge});
   }
-  frame.push_back(frame[6]);
-  frame.back().distance = 4.0;
-  rule->Process(frame);
-  for (std::size_t i = 0; i < frame.size(); ++i) {
-    const uint32_t c = frame[i].channel;
-    const bool edge = (c == 1 || c == 2 || c == 62 || c == 63 || c == 64) && i + 1 < frame.size();
-    EXPECT_EQ(frame[i].distance == 0.0, edge) << "channel " << c;
-    EXPECT_EQ(frame[i].x == 0.0 && frame[i].intensity == 0.0 && frame[i].pulse_width == 0.0, edge);
-    EXPECT_EQ(frame[i].label, 3) << "labels are kept";
-  }
+  cases.push_back({16, LIDAR_ZEPHEL_B1, "{}", Return(4.0, 7.0).Channel(63), false});
+  test::ExpectRemovals(cases, true);
 }
 
 }  // namespace

@@ -122,6 +122,8 @@ TEST(UndistortPoint, AnEmptyBackgroundIsFrozen) {
   const auto out = RunOnce(*algo, type, scene(10.0, 10.0));
   EXPECT_EQ(out[1].distance, 0.0);
   EXPECT_EQ(out[2].distance, 10.0);
+  // Within 0.1 of the wall only before the difference is narrowed to a float.
+  EXPECT_EQ(RunOnce(*algo, type, scene(10.0, 10.099999999))[2].distance, 0.0);
   for (int i = 0; i < 10; ++i) {
     RunOnce(*algo, type, scene(0.0, 0.0));
   }
@@ -233,8 +235,6 @@ TEST(UndistortPoint, HistoryIsPushedOncePerRevolution) {
 TEST(UndistortPoint, ModelsIdsAndParameters) {
   auto first = MakeAlgoAs<UndistortPoint>(1, LIDAR_QUILL_A4, R"({"num_thred": 4.9})");
   auto second = MakeAlgoAs<UndistortPoint2>(27, LIDAR_MARLO128, R"({"dis_redund_thred": 8.3})");
-  EXPECT_EQ(first->Id(), 1u);
-  EXPECT_EQ(second->Id(), 27u);
   EXPECT_EQ(first->num_thred, 4);
   EXPECT_EQ(first->dis_redund_thred, 500.0f);
   EXPECT_EQ(second->dis_redund_thred, 8.3f);

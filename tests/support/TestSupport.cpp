@@ -34,6 +34,30 @@ std::vector<_ori_point> MakeFrame(std::size_t count, double distance) {
   return std::vector<_ori_point>(count, MakePoint(distance));
 }
 
+Ret::Ret(double distance) : p(MakePointXYZ(1.0, 2.0, 3.0)) {
+  p.distance = distance;
+  p.intensity = 40.0;
+}
+
+void ExpectRemovals(const std::vector<RuleCase>& cases, bool clears_measures) {
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    const RuleCase& c = cases[i];
+    std::vector<_ori_point> frame{c.point};
+    MakeAlgo(c.id, c.type, c.params)->Process(frame);
+    std::vector<_ori_point> expected{c.point};
+    if (c.removed) {
+      _ori_point& p = expected[0];
+      p.distance = 0.0;
+      if (clears_measures) {
+        p.x = p.y = p.z = p.intensity = p.pulse_width = 0.0;
+      }
+    }
+    EXPECT_TRUE(SameBytes(frame, expected))
+        << "case " << i << ": id " << c.id << " " << c.params << ", range " << c.point.distance
+        << (c.removed ? " removed" : " kept");
+  }
+}
+
 bool SameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b) {
   return a.size() == b.size() &&
          (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(_ori_point)) == 0);

@@ -20,6 +20,38 @@ _ori_point MakePoint(double distance = 0.0);
 _ori_point MakePointXYZ(double x, double y, double z);
 std::vector<_ori_point> MakeFrame(std::size_t count, double distance = 10.0);
 
+// A return built field by field, e.g. Ret(5.0).Pulse(2.0).Channel(7). Its position and intensity
+// are non-zero so that a cleared record shows.
+struct Ret {
+  explicit Ret(double distance);
+  Ret& Pulse(double width) { return Set(p.pulse_width, width); }
+  Ret& Channel(uint32_t channel) { return Set(p.channel, channel); }
+  Ret& Angle(double degrees) { return Set(p.hor_angle, degrees); }
+  Ret& Face(uint32_t mirror, uint32_t echo = 0) { return Set(p.mirror, mirror).Set(p.echo, echo); }
+  Ret& Z(double z) { return Set(p.z, z); }
+  operator _ori_point() const { return p; }
+
+  template <typename T>
+  Ret& Set(T& field, T value) {
+    field = value;
+    return *this;
+  }
+  _ori_point p;
+};
+
+// One return through a freshly configured algorithm, and whether it must be removed.
+struct RuleCase {
+  int id;
+  LidarType type;
+  const char* params;
+  _ori_point point;
+  bool removed;
+};
+
+// Runs every case alone. A removal zeroes the range only, or, with `clears_measures`, the position,
+// intensity, range and pulse width; nothing else may change either way.
+void ExpectRemovals(const std::vector<RuleCase>& cases, bool clears_measures = false);
+
 // Byte-wise equality of two frames, so that every field (reserved ones included) is compared.
 bool SameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b);
 

@@ -1,17 +1,135 @@
-#include "filters/LidarInterfere128.h"
-
+// The Marlo128 filters: close-range noise, fixed noise windows, strong-return ghosts and
+// interference from other sensors.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
 
+#include "filters/CloseRangeNoise128.h"
+#include "filters/FixedNoise128.h"
+#include "filters/HighRef128.h"
+#include "filters/LidarInterfere128.h"
 #include "support/TestSupport.h"
 
 namespace velmar {
 namespace {
 
+using test::MakeFrame;
+using test::Ret;
 using test::SameBytes;
 using Frame = std::vector<_ori_point>;
+
+TEST(CloseRangeNoise128Test, FiltersFramesButNotPacketsWithInclusiveSinglePrecisionLimits) {
+  auto algo = test::MakeAlgoAs<CloseRangeNoise128>(23, LIDAR_MARLO128);
+  for (std::size_t size : {1u, 96u, 127u, 128u, 129u, 192u}) {
+    Frame frame(size, Ret(1.0).Pulse(1.0));
+    algo->Process(frame);
+    EXPECT_EQ(frame.back().distance, size == 128 || size == 192 ? 1.0 : 0.0) << size;
+  }
+  // 0.1 narrows to a float a little above 0.1, which takes in a point a billionth of a metre
+  // further.
+  const char* narrow = R"({"CloseRange_128_mindistance": 0.1, "CloseRange_128_minpulse": 2})";
+  const LidarType m = LIDAR_MARLO128;
+  test::ExpectRemovals({{23, m, "{}", Ret(5.0).Pulse(5.5), true},
+                        {23, m, "{}", Ret(5.01).Pulse(5.5), false},
+                        {23, m, "{}", Ret(5.0).Pulse(5.51), false},
+                        {23, m, narrow, Ret(0.100000001).Pulse(2.0), true},
+                        {23, m, narrow, Ret(0.1000001).Pulse(2.0), false}});
+}
+
+// Inclusive bounds on channel, angle and range.
+TEST(FixedNoise128Test, RemovesOnlyInsideBothWindows) {
+  const LidarType m = LIDAR_MARLO128;
+  test::ExpectRemovals({
+      {25, m, "{}", Ret(62.0).Channel(25).Angle(45.0), true},
+      {25, m, "{}", Ret(70.0).Channel(32).Angle(60.0), true},
+      {25, m, "{}", Ret(70.0).Channel(105).Angle(135.0), true},
+      {25, m, "{}", Ret(62.0).Channel(95).Angle(125.0), true},
+      {25, m, "{}", Ret(62.0).Channel(24).Angle(45.0), false},
+      {25, m, "{}", Ret(62.0).Channel(33).Angle(45.0), false},
+      {25, m, "{}", Ret(70.0).Channel(106).Angle(135.0), false},
+      {25, m, "{}", Ret(65.0).Channel(94).Angle(130.0), false},
+      {25, m, "{}", Ret(65.0).Channel(25).Angle(44.99), false},
+      {25, m, "{}", Ret(65.0).Channel(25).Angle(60.01), false},
+      {25, m, "{}", Ret(61.99).Channel(25).Angle(50.0), false},
+      {25, m, "{}", Ret(70.01).Channel(25).Angle(50.0), false},
+      {25, m, "{}", Ret(65.0).Channel(100).Angle(124.99), false},
+      {25, m, "{}", Ret(65.0).Channel(100).Angle(50.0), false},
+      {25, m, "{}", Ret(65.0).Channel(0xFFFFFFFFu).Angle(130.0), false},
+  });
+}
+
+void Set(Frame& frame, std::size_t index, double distance, double pulse = 0.0) {
+  frame[index].distance = distance;
+  frame[index].pulse_width = pulse;
+}
+
+// A strong return at `strong` and, 67 m behind it, its ghost at `partner`.
+void AddGhost(Frame& frame, std::size_t strong, std::size_t partner) {
+  Set(frame, strong, 10.0, 41.0);
+  Set(frame, partner, 77.0);
+}
+
+TEST(HighRef128Test, PartnersThresholdsAndToleranceInOnePass) {
+  auto algo = test::MakeAlgoAs<HighRef128>(24, LIDAR_MARLO128);
+  Frame frame = MakeFrame(96, 10.0);
+  AddGhost(frame, 1, 17);   // +16
+  AddGhost(frame, 24, 12);  // -12
+  AddGhost(frame, 0, 16);   // position 0 has no partner
+  AddGhost(frame, 7, 23);
+  Set(frame, 7, 10.0, 40.0);  // not above the threshold
+  AddGhost(frame, 2, 18);
+  Set(frame, 18, 75.0);  // the tolerance is exclusive on both sides
+  AddGhost(frame, 5, 21);
+  Set(frame, 21, 79.0 - 1e-9);  // the gap narrows to 69.0f
+  AddGhost(frame, 6, 22);
+  Set(frame, 22, 75.00001);
+  AddGhost(frame, 32 + 4, 32 + 20);  // removes 52, which then looks 67 m nearer than 40
+  Set(frame, 32 + 20, 77.0, 41.0);
+  Set(frame, 32 + 8, 67.0);
+  Frame expected = frame;
+  for (std::size_t removed : {17, 12, 22, 52, 40}) {
+    expected[removed].distance = 0.0;
+  }
+  algo->Process(frame);
+  EXPECT_TRUE(SameBytes(frame, expected));
+
+  algo = test::MakeAlgoAs<HighRef128>(
+      24, LIDAR_MARLO128, R"({"highreferror_128_pulse": 30.9, "highreferror_128_distance": 0.5})");
+  frame = MakeFrame(128, 10.0);
+  Set(frame, 97, 10.0, 30.5);  // strong only because 30.9 is truncated
+  Set(frame, 113, 10.5);
+  algo->Process(frame);
+  EXPECT_EQ(frame[113].distance, 0.0);
+}
+
+TEST(HighRef128Test, GroupCountIsCarriedToFramesOfOtherSizes) {
+  auto algo = test::MakeAlgoAs<HighRef128>(24, LIDAR_MARLO128);
+  Frame frame = MakeFrame(1000, 10.0);
+  AddGhost(frame, 1, 17);
+  algo->Process(frame);  // no packet of a known size yet
+  EXPECT_EQ(frame[17].distance, 77.0);
+
+  Frame packet = MakeFrame(128, 10.0);
+  algo->Process(packet);
+  algo->ClearCache();
+  AddGhost(frame, 96 + 1, 96 + 17);
+  AddGhost(frame, 128 + 1, 128 + 17);
+  algo->Process(frame);
+  EXPECT_EQ(frame[96 + 17].distance, 0.0);
+  EXPECT_EQ(frame[128 + 17].distance, 77.0);
+
+  for (std::size_t size : {0u, 1u, 31u, 127u}) {  // too short for four groups
+    frame = MakeFrame(size, 77.0);
+    if (size > 1) {
+      Set(frame, 1, 10.0, 41.0);
+    }
+    const Frame before = frame;
+    algo->Process(frame);
+    EXPECT_TRUE(SameBytes(frame, before)) << size;
+  }
+}
+
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 _ori_point At(uint32_t channel, int column, double distance) {
