@@ -20,6 +20,10 @@ struct HistoryVotes {
   int32_t zero = 0;      // revolutions that saw the cell empty
 };
 
+// Cells are named by an id that runs sub-cell first, then column, then row: the algorithms find a
+// return's partner cells by adding small offsets to it. Their values are stored in another order,
+// row first, then sub-cell, then column, so that the channels of one column, which arrive one
+// after the other, read and write neighbouring memory. `Cell` carries both.
 class MotionGrid {
  public:
   static constexpr int32_t kNoCell = -1;
@@ -34,40 +38,65 @@ class MotionGrid {
   static constexpr double kRangeTolerance = 0.00582936669;
   static constexpr double kToleranceWeight = 0.3;
 
+  struct Cell {
+    int32_t id = kNoCell;
+    int32_t index = kNoCell;  // where the cell's values are stored
+    bool Valid() const { return id >= 0; }
+  };
+
   MotionGrid(int32_t rows, int32_t sub_cells);
 
-  // The cell of a return, or kNoCell when it lies outside the grid.
-  int32_t ComputeGridID(double hor_angle, double row_value, int64_t sub) const;
+  // The cell of a return; invalid when it lies outside the grid.
+  Cell Locate(double hor_angle, double row_value, int64_t sub) const;
+  int32_t ComputeGridID(double hor_angle, double row_value, int64_t sub) const {
+    return Locate(hor_angle, row_value, sub).id;
+  }
+  // The storage index of a cell id, kNoCell outside the grid.
+  int32_t IndexOf(int64_t id) const;
   bool InGrid(int64_t id) const { return id >= 0 && id < cell_count_; }
   int32_t CellCount() const { return cell_count_; }
 
   // The range map of the revolution under way.
-  void Record(int32_t id, double range) { current_[id] = static_cast<float>(range); }
-  float Current(int32_t id) const { return current_[id]; }
+  void Record(const Cell& cell, double range) {
+    current_[static_cast<std::size_t>(cell.index)] = static_cast<float>(range);
+  }
+  void Record(int32_t id, double range) { Record(Cell{id, IndexOf(id)}, range); }
+  float Current(int32_t id) const { return current_[static_cast<std::size_t>(IndexOf(id))]; }
   void FillCurrent(float value);
 
   // Until the history has been pushed more than its depth, every return counts as static.
   bool WarmingUp() const { return frames_seen_ <= kHistoryDepth; }
-  HistoryVotes Vote(int32_t id, double range, double r_thred) const;
+  HistoryVotes Vote(const Cell& cell, double range, double r_thred) const;
+  HistoryVotes Vote(int32_t id, double range, double r_thred) const {
+    return Vote(Cell{id, IndexOf(id)}, range, r_thred);
+  }
   static bool IsStatic(const HistoryVotes& votes, int32_t num_thred, int32_t num_thred_neigh) {
     return votes.positive > num_thred && votes.agreeing > num_thred_neigh;
   }
 
   // Pushes the current map as the newest history entry, once per revolution: a second call is
   // ignored until Rearm() marks the start of the next revolution. Returns whether it pushed.
-  bool PushOnce();
+  bool PushOnce() {
+    if (pushed_) {
+      return false;
+    }
+    Push();
+    return true;
+  }
   void Rearm() { pushed_ = false; }
   bool Pushed() const { return pushed_; }
   int32_t FramesSeen() const { return frames_seen_; }
 
  private:
+  void Push();
+
   int32_t rows_;
   int32_t sub_cells_;
   int32_t cell_count_;
   std::vector<float> current_;
-  // The kHistoryDepth ranges of a cell lie side by side, so judging one return reads one short
-  // run of memory. Each cell's run is a ring whose oldest slot is `oldest_`: a push overwrites
-  // that slot in every cell and moves the ring on, without moving or reallocating anything.
+  // kHistoryDepth maps of the whole grid one after the other, used as a ring whose oldest map is
+  // `oldest_`: a push copies the current map over the oldest one and moves the ring on. A vote
+  // counts all maps alike, so their order does not matter to it.
   std::vector<float> history_;
   int32_t oldest_ = 0;
   int32_t frames_seen_ = 0;

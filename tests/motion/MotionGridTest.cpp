@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace velmar {
 namespace {
 
@@ -38,6 +40,51 @@ TEST(MotionGrid, AgreementNarrowsTheDifferenceAndScalesWithRange) {
   EXPECT_EQ(grid.Vote(0, 10.015, 0.0).agreeing, 10);
   EXPECT_EQ(grid.Vote(0, 10.02, 0.0).agreeing, 0);
   EXPECT_EQ(grid.Vote(0, 0.0, 1e9).agreeing, 0);
+}
+
+// Ids run sub-cell first and storage runs row first: every id in the grid must own one storage
+// place, and nothing outside it may get one.
+TEST(MotionGrid, EveryIdOwnsOneStoragePlace) {
+  MotionGrid grid(3, 4);
+  std::vector<bool> used(static_cast<std::size_t>(grid.CellCount()), false);
+  for (int32_t id = 0; id < grid.CellCount(); ++id) {
+    const int32_t index = grid.IndexOf(id);
+    ASSERT_TRUE(index >= 0 && index < grid.CellCount()) << id;
+    ASSERT_FALSE(used[static_cast<std::size_t>(index)]) << id;
+    used[static_cast<std::size_t>(index)] = true;
+  }
+  EXPECT_EQ(grid.IndexOf(-1), MotionGrid::kNoCell);
+  EXPECT_EQ(grid.IndexOf(grid.CellCount()), MotionGrid::kNoCell);
+}
+
+// A face index past the sub-cells names a cell of the next position, the next row's first column
+// after the last column; partner ids found by arithmetic must reach the same storage.
+TEST(MotionGrid, SpilledAndPartnerIdsReachTheCellTheyName) {
+  MotionGrid grid(3, 4);
+  const double step = MotionGrid::kAngleStep;
+  const double angle = MotionGrid::kAngleOrigin + 5.5 * step;
+  const MotionGrid::Cell cell = grid.Locate(angle, 2.0, 1);
+  EXPECT_EQ(cell.id, 1 + 4 * (5 + 720 * 2));
+  EXPECT_EQ(cell.index, grid.IndexOf(cell.id));
+  const MotionGrid::Cell next = grid.Locate(angle + step, 2.0, 2);
+  EXPECT_EQ(grid.Locate(angle, 2.0, 6).id, next.id);
+  EXPECT_EQ(grid.Locate(angle, 2.0, 6).index, next.index);
+
+  const double last = MotionGrid::kAngleOrigin + 719.5 * step;
+  const MotionGrid::Cell wrapped = grid.Locate(last, 1.0, 4);
+  EXPECT_EQ(wrapped.id, grid.Locate(MotionGrid::kAngleOrigin, 2.0, 0).id);
+  EXPECT_EQ(wrapped.index, grid.Locate(MotionGrid::kAngleOrigin, 2.0, 0).index);
+  EXPECT_TRUE(grid.Locate(last, 2.0, 3).Valid());
+  EXPECT_FALSE(grid.Locate(last, 2.0, 4).Valid());
+
+  grid.Record(grid.Locate(angle + step, 2.0, 0), 7.0);
+  EXPECT_EQ(grid.Current(cell.id + 3), 7.0f);
+  for (int k = 0; k < 10; ++k) {
+    grid.PushOnce();
+    grid.Rearm();
+  }
+  EXPECT_EQ(grid.Vote(cell.id + 3, 7.0, 0.1).agreeing, 10);
+  EXPECT_EQ(grid.Vote(next, 7.0, 0.1).positive, 0);
 }
 
 }  // namespace
