@@ -32,28 +32,32 @@ void SunlightNoise2::ClearCache() {
 
 void SunlightNoise2::Process(std::vector<_ori_point>& frame) {
   if (previous_.empty()) {
-    previous_.assign(frame.begin(), frame.end());
+    KeepRanges(frame, previous_);
     return;
   }
-  current_.assign(frame.begin(), frame.end());
+  KeepRanges(frame, current_);
   // Two columns of 64 share one echo index; a single column is continued by the previous frame.
-  two_columns_ =
-      current_.size() > kColumnPoints64 && current_[0].echo == current_[kColumnPoints64].echo;
+  two_columns_ = frame.size() > kColumnPoints64 && frame[0].echo == frame[kColumnPoints64].echo;
 
-  for (std::size_t i = 0; i < current_.size(); ++i) {
-    if (skip_mirror_one && IsOnMirrorOne(current_[i])) {
+  for (std::size_t i = 0; i < frame.size(); ++i) {
+    _ori_point& p = frame[i];
+    if (skip_mirror_one && IsOnMirrorOne(p)) {
+      continue;
+    }
+    // Only this point is ever cleared, so its own range is still the unfiltered one. Near
+    // returns are rare, so the range is tested before the neighbourhood is gathered.
+    const double d = p.distance;
+    if (!(0.0 < d && d < kMaxRange)) {
       continue;
     }
     const ColumnSpread around = GetPreColumAndCurColumRange(i);
-    const double d = frame[i].distance;
     const bool unsettled =
         static_cast<double>(around.spread) > kMaxSteadySpread || around.count <= 1;
-    if (!(0.0 < d && d < kMaxRange && unsettled)) {
+    if (!unsettled) {
       continue;
     }
-    const _ori_point* before = GetPreColumPoint(i);
-    if (before != nullptr && std::fabs(before->distance - current_[i].distance) > kMaxRangeJump) {
-      _ori_point& p = frame[i];
+    const double* before = GetPreColumRange(i);
+    if (before != nullptr && std::fabs(*before - current_[i]) > kMaxRangeJump) {
       p.x = 0.0;
       p.y = 0.0;
       p.z = 0.0;
@@ -63,7 +67,14 @@ void SunlightNoise2::Process(std::vector<_ori_point>& frame) {
   previous_.swap(current_);
 }
 
-const _ori_point* SunlightNoise2::GetPreColumPoint(std::size_t index) const {
+void SunlightNoise2::KeepRanges(const std::vector<_ori_point>& frame, std::vector<double>& ranges) {
+  ranges.resize(frame.size());
+  for (std::size_t i = 0; i < frame.size(); ++i) {
+    ranges[i] = frame[i].distance;
+  }
+}
+
+const double* SunlightNoise2::GetPreColumRange(std::size_t index) const {
   if (!two_columns_) {
     return index < previous_.size() ? &previous_[index] : nullptr;
   }
@@ -89,9 +100,9 @@ SunlightNoise2::ColumnSpread SunlightNoise2::GetPreColumAndCurColumRange(std::si
   const std::size_t first = index >= kNeighbourChannels ? index - kNeighbourChannels : 0;
   const std::size_t last = std::min(index + kNeighbourChannels, current_.size() - 1);
   for (std::size_t j = first; j <= last; ++j) {
-    account(current_[j].distance);
-    if (const _ori_point* partner = GetPreColumPoint(j)) {
-      account(partner->distance);
+    account(current_[j]);
+    if (const double* partner = GetPreColumRange(j)) {
+      account(*partner);
     }
   }
   return {std::fabs(max - min), count};
