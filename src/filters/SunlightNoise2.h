@@ -35,11 +35,20 @@ class SunlightNoise2 : public AlgoBase {
   // Spread and number of the valid ranges within three channels of `index`, in this column and
   // the previous one.
   ColumnSpread GetPreColumAndCurColumRange(std::size_t index) const;
+  void GatherRanges(const std::vector<_ori_point>& frame);
+
+  // The extremes and number of the valid ranges at one place, this column and the previous one.
+  struct RangeBand {
+    float low;
+    float high;
+    int32_t count;
+  };
 
   // Unfiltered ranges, the only field the rules read from neighbours: the previous frame's, and
   // the current frame's while it is being filtered. The two swap roles after each frame.
   std::vector<double> previous_;
   std::vector<double> current_;
+  std::vector<RangeBand> bands_;
   bool two_columns_ = false;
 };
 
