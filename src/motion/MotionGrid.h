@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace velmar {
@@ -131,19 +132,43 @@ inline MotionGrid::Cell MotionGrid::Locate(double hor_angle, double row_value, i
   return Cell{static_cast<int32_t>(id), static_cast<int32_t>(index)};
 }
 
+// The least float not below `value`, so that for every float d, (double)d < value exactly when
+// d < FloatCeiling(value). NaN stays NaN.
+inline float FloatCeiling(double value) {
+  constexpr float kLargest = std::numeric_limits<float>::max();
+  if (!(value <= static_cast<double>(kLargest))) {
+    return value > 0.0 ? std::numeric_limits<float>::infinity() : static_cast<float>(value);
+  }
+  if (value < -static_cast<double>(kLargest)) {
+    return value == -std::numeric_limits<double>::infinity()
+               ? -std::numeric_limits<float>::infinity()
+               : -kLargest;
+  }
+  const float nearest = static_cast<float>(value);
+  return static_cast<double>(nearest) < value
+             ? std::nextafter(nearest, std::numeric_limits<float>::infinity())
+             : nearest;
+}
+
 inline HistoryVotes MotionGrid::Vote(const Cell& cell, double range, double r_thred) const {
   const float tolerance = static_cast<float>(range * kRangeTolerance * kToleranceWeight);
-  const bool judged = range != 0.0;
+  // A past range agrees when its narrowed difference d has d < r_thred or tolerance > d: both
+  // bounds folded into one float comparison. A zero range agrees with nothing; a NaN bound
+  // admits nothing, and a NaN tolerance comes only with a NaN range, whose d is NaN anyway.
+  const float within = FloatCeiling(r_thred);
+  float limit = std::isnan(within) || tolerance > within ? tolerance : within;
+  if (range == 0.0) {
+    limit = -std::numeric_limits<float>::infinity();
+  }
   HistoryVotes votes;
   const float* entry = history_.data() + cell.index;
   // Counted without branches: whether a past range agrees is as good as random.
   for (int32_t map = 0; map < kHistoryDepth; ++map, entry += cell_count_) {
     const float v = *entry;
     const float d = static_cast<float>(std::fabs(static_cast<double>(v) - range));
-    const bool close = (d < r_thred) | (tolerance > d);
     const bool positive = v > 0.0f;
     votes.positive += positive;
-    votes.agreeing += positive & judged & close;
+    votes.agreeing += positive & (d < limit);
     votes.zero += v == 0.0f;
   }
   return votes;
