@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <vector>
 
 namespace velmar {
@@ -85,6 +87,32 @@ TEST(MotionGrid, SpilledAndPartnerIdsReachTheCellTheyName) {
   }
   EXPECT_EQ(grid.Vote(cell.id + 3, 7.0, 0.1).agreeing, 10);
   EXPECT_EQ(grid.Vote(next, 7.0, 0.1).positive, 0);
+}
+
+// Votes compare a float difference against a double threshold through its float ceiling.
+TEST(MotionGrid, FloatCeilingKeepsTheDoubleComparison) {
+  const float inf = std::numeric_limits<float>::infinity();
+  EXPECT_EQ(FloatCeiling(0.5), 0.5f);  // exact: d < 0.5f is d < 0.5
+  const float above = FloatCeiling(0.1);
+  EXPECT_GE(static_cast<double>(above), 0.1);
+  EXPECT_LT(static_cast<double>(std::nextafter(above, 0.0f)), 0.1);
+  EXPECT_EQ(FloatCeiling(1e39), inf);
+  EXPECT_EQ(FloatCeiling(std::numeric_limits<double>::infinity()), inf);
+  EXPECT_EQ(FloatCeiling(-1e39), -std::numeric_limits<float>::max());
+  EXPECT_EQ(FloatCeiling(-std::numeric_limits<double>::infinity()), -inf);
+  EXPECT_TRUE(std::isnan(FloatCeiling(std::nan(""))));
+
+  MotionGrid grid(1, 1);
+  for (int k = 0; k < 10; ++k) {
+    grid.Record(0, 5.0);
+    grid.PushOnce();
+    grid.Rearm();
+  }
+  // A NaN threshold leaves the range tolerance alone; a zero range never agrees.
+  EXPECT_EQ(grid.Vote(0, 5.001, std::nan("")).agreeing, 10);
+  EXPECT_EQ(grid.Vote(0, 5.1, std::nan("")).agreeing, 0);
+  EXPECT_EQ(grid.Vote(0, 0.0, std::numeric_limits<double>::infinity()).agreeing, 0);
+  EXPECT_EQ(grid.Vote(0, 400.0, std::numeric_limits<double>::infinity()).agreeing, 10);
 }
 
 }  // namespace
