@@ -62,7 +62,6 @@ void DragPoint::Process(std::vector<_ori_point>& points) {
   }
   const std::size_t block_points = n / block_count;
 
-  latest_packet.assign(points.begin(), points.end());
   if (older_packet.empty()) {
     older_packet.assign(points.begin(), points.end());
     return;
@@ -71,25 +70,29 @@ void DragPoint::Process(std::vector<_ori_point>& points) {
     delayed_packet.assign(points.begin(), points.end());
     return;
   }
-  // Hand back the delayed packet and keep the new one (already held as the latest) in its place.
+  // Hand back the delayed packet and keep the new one in its place. The buffers swap rather
+  // than copy: the latest buffer is left holding the handed-back packet's unfiltered records,
+  // which nothing reads before the next packet overwrites them.
+  latest_packet.assign(points.begin(), points.end());
   points.assign(delayed_packet.begin(), delayed_packet.end());
-  delayed_packet.assign(latest_packet.begin(), latest_packet.end());
+  delayed_packet.swap(latest_packet);
 
   for (std::size_t block = 0; block < block_count; ++block) {
     FilterBlock(points, block, block_count, block_points);
   }
   // Only block 0 reads the older packet, so refreshing it once after all blocks is the same as
   // refreshing it after each.
-  older_packet.assign(latest_packet.begin(), latest_packet.end());
+  older_packet.assign(delayed_packet.begin(), delayed_packet.end());
 }
 
 void DragPoint::FilterBlock(std::vector<_ori_point>& packet, std::size_t block,
                             std::size_t block_count, std::size_t block_points) {
   const std::size_t previous_block = (block_count - 1 + block) % block_count;
-  // Block 0's previous column lies in another packet; the others read the latest packet twice
-  // over, which is how the filter has always graded them.
-  const std::vector<_ori_point>& first_source = (block == 0) ? older_packet : latest_packet;
-  const std::vector<_ori_point>& second_source = (block == 0) ? latest_packet : delayed_packet;
+  // Block 0's previous column lies in another packet; the others read the newest packet twice
+  // over, which is how the filter has always graded them. The newest packet is the one now
+  // delayed.
+  const std::vector<_ori_point>& first_source = (block == 0) ? older_packet : delayed_packet;
+  const std::vector<_ori_point>& second_source = delayed_packet;
   const std::size_t begin = block * block_points;
 
   // The layout follows the packet just given; a delayed packet of another size is filtered only

@@ -32,8 +32,9 @@ class DragPoint : public AlgoBase {
   double cos_level_2 = 0.0;
   double cos_level_1 = 0.0;
 
-  // The packet before the delayed one, the delayed packet (answered on the next call) and the
-  // packet given last. Their storage is kept so that a running filter never reallocates.
+  // The packet before the delayed one, the delayed packet (answered on the next call, and while
+  // filtering the packet given last) and a scratch buffer the delayed packet swaps with. Their
+  // storage is kept so that a running filter never reallocates.
   std::vector<_ori_point> older_packet;
   std::vector<_ori_point> delayed_packet;
   std::vector<_ori_point> latest_packet;

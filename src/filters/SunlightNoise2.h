@@ -4,6 +4,7 @@
 #define VELMAR_FILTERS_SUNLIGHT_NOISE2_H
 
 #include <cstddef>
+#include <vector>
 
 #include "framework/AlgoBase.h"
 
@@ -27,16 +28,27 @@ class SunlightNoise2 : public AlgoBase {
     int32_t count;
   };
 
-  // The same channel one column earlier: the first column of the frame continues the last column
-  // of the previous frame. nullptr when that point does not exist.
-  const _ori_point* GetPreColumPoint(std::size_t index) const;
+  static void KeepRanges(const std::vector<_ori_point>& frame, std::vector<double>& ranges);
+  // The unfiltered range of the same channel one column earlier: the first column of the frame
+  // continues the last column of the previous frame. nullptr when that point does not exist.
+  const double* GetPreColumRange(std::size_t index) const;
   // Spread and number of the valid ranges within three channels of `index`, in this column and
   // the previous one.
   ColumnSpread GetPreColumAndCurColumRange(std::size_t index) const;
+  void GatherRanges(const std::vector<_ori_point>& frame);
 
-  // Unfiltered copies: the previous frame, and the current one while it is being filtered.
-  std::vector<_ori_point> previous_;
-  std::vector<_ori_point> current_;
+  // The extremes and number of the valid ranges at one place, this column and the previous one.
+  struct RangeBand {
+    float low;
+    float high;
+    int32_t count;
+  };
+
+  // Unfiltered ranges, the only field the rules read from neighbours: the previous frame's, and
+  // the current frame's while it is being filtered. The two swap roles after each frame.
+  std::vector<double> previous_;
+  std::vector<double> current_;
+  std::vector<RangeBand> bands_;
   bool two_columns_ = false;
 };
 

@@ -34,16 +34,20 @@ bool MotionPoint::ShouldKeepPoint(int32_t id, double range) const {
   if (grid_.WarmingUp()) {
     return true;
   }
-  return MotionGrid::IsStatic(grid_.Vote(id, range, r_thred), num_thred, num_thred_neigh);
+  return IsStatic(MotionGrid::Cell{id, grid_.IndexOf(id)}, range);
+}
+
+bool MotionPoint::IsStatic(const MotionGrid::Cell& cell, double range) const {
+  return MotionGrid::IsStatic(grid_.Vote(cell, range, r_thred), num_thred, num_thred_neigh);
 }
 
 void MotionPoint::Process(std::vector<_ori_point>& frame) {
   for (_ori_point& point : frame) {
-    const int32_t id = ComputeGridID(point.hor_angle, point.channel, point.mirror);
-    if (id >= 0) {
+    const MotionGrid::Cell cell = grid_.Locate(point.hor_angle, point.channel, point.mirror);
+    if (cell.Valid()) {
       // The map is never cleared: a cell keeps the last range seen in it until seen again.
-      grid_.Record(id, point.distance);
-      if (!ShouldKeepPoint(id, point.distance)) {
+      grid_.Record(cell, point.distance);
+      if (!grid_.WarmingUp() && !IsStatic(cell, point.distance)) {
         point.motion_flag = kMovingFlag;
       }
     }

@@ -30,6 +30,8 @@ class MotionPoint : public AlgoBase {
   double r_thred = 0.1;
 
  private:
+  bool IsStatic(const MotionGrid::Cell& cell, double range) const;
+
   MotionGrid grid_;
 };
 

@@ -1,6 +1,5 @@
 #include "motion/UndistortPoint.h"
 
-#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -64,6 +63,7 @@ UndistortPoint::UndistortPoint(const std::string& name, const std::string& desc,
   // face's) on the others, so that a revolution of ordinary size never grows the list.
   const int32_t per_revolution = marlo ? grid_.CellCount() : grid_.CellCount() / SubCellsFor(type);
   references_.reserve(static_cast<std::size_t>(per_revolution));
+  referenced_cells_.reserve(static_cast<std::size_t>(per_revolution));
 }
 
 UndistortPoint::Model UndistortPoint::ModelOf(LidarType type) {
@@ -101,12 +101,17 @@ int32_t UndistortPoint::ComputeGridID(double hor_angle, uint32_t channel, uint32
 
 int32_t UndistortPoint::ComputeGridIDMarlo128H(double hor_angle, uint32_t channel,
                                                uint32_t mirror) const {
+  return LocateMarlo(hor_angle, channel, mirror).id;
+}
+
+MotionGrid::Cell UndistortPoint::LocateMarlo(double hor_angle, uint32_t channel,
+                                             uint32_t mirror) const {
   int32_t row = marlo::kNone;
   int64_t sub = marlo::kNone;
   const uint32_t channel_limit =
       model_ == Model::kMarlo256 ? marlo::kChannels256 : marlo::kChannels128;
   if (channel < 1 || channel > channel_limit) {
-    return MotionGrid::kNoCell;
+    return Cell{};
   }
   const std::size_t index = channel - 1;
   switch (model_) {
@@ -124,28 +129,32 @@ int32_t UndistortPoint::ComputeGridIDMarlo128H(double hor_angle, uint32_t channe
                                                : int64_t{mirror};
       break;
     default:
-      return MotionGrid::kNoCell;
+      return Cell{};
   }
   const int32_t row_value = row - 1;  // the tables count rows from 1
   if (row_value < 0 || sub < 0) {
-    return MotionGrid::kNoCell;
+    return Cell{};
   }
-  return grid_.ComputeGridID(hor_angle, row_value, sub);
+  return grid_.Locate(hor_angle, row_value, sub);
 }
 
-int32_t UndistortPoint::CellOf(const _ori_point& point) const {
+MotionGrid::Cell UndistortPoint::CellOf(const _ori_point& point) const {
   if (model_ == Model::kZephel || model_ == Model::kOther) {
-    return ComputeGridID(point.hor_angle, point.channel, point.mirror);
+    return grid_.Locate(point.hor_angle, point.channel, point.mirror);
   }
-  return ComputeGridIDMarlo128H(point.hor_angle, point.channel, point.mirror);
+  return LocateMarlo(point.hor_angle, point.channel, point.mirror);
 }
 
 bool UndistortPoint::ShouldKeepPoint(int32_t id, double range) {
+  return ShouldKeepPoint(Cell{id, grid_.IndexOf(id)}, range);
+}
+
+bool UndistortPoint::ShouldKeepPoint(const Cell& cell, double range) {
   if (grid_.WarmingUp()) {
     return true;
   }
-  const HistoryVotes votes = grid_.Vote(id, range, r_thred);
-  float& background = background_[static_cast<std::size_t>(id)];
+  const HistoryVotes votes = grid_.Vote(cell, range, r_thred);
+  float& background = background_[static_cast<std::size_t>(cell.index)];
   const bool keep = MotionGrid::IsStatic(votes, num_thred, num_thred_neigh);
   // The background is the farthest static range of the cell: something in front of it that
   // later turns out to move must not hide it.
@@ -161,7 +170,11 @@ bool UndistortPoint::ShouldKeepPoint(int32_t id, double range) {
 }
 
 bool UndistortPoint::IsBackGroundPoint(int32_t id, double range) const {
-  const float background = background_[static_cast<std::size_t>(id)];
+  return IsBackGroundPoint(Cell{id, grid_.IndexOf(id)}, range);
+}
+
+bool UndistortPoint::IsBackGroundPoint(const Cell& cell, double range) const {
+  const float background = background_[static_cast<std::size_t>(cell.index)];
   if (background <= 0.0f) {
     return false;
   }
@@ -255,28 +268,28 @@ void UndistortPoint::Process(std::vector<_ori_point>& frame) {
 }
 
 void UndistortPoint::HandlePoint(_ori_point& point) {
-  const int32_t id = CellOf(point);
-  if (id < 0) {
+  const Cell cell = CellOf(point);
+  if (!cell.Valid()) {
     return;
   }
-  grid_.Record(id, point.distance);
-  const bool keep = ShouldKeepPoint(id, point.distance);
-  const bool background = IsBackGroundPoint(id, point.distance);
+  grid_.Record(cell, point.distance);
+  const bool keep = ShouldKeepPoint(cell, point.distance);
+  const bool background = IsBackGroundPoint(cell, point.distance);
   const bool base = IsBasePoint(point.mirror, point.echo);
   const bool moving = point.distance > 0.0 && !keep && !background;
   if (model_ == Model::kZephel || model_ == Model::kMarlo128) {
-    CompensateFromReference(point, id, moving, base);
+    CompensateFromReference(point, cell, moving, base);
   } else {
-    StoreOrReemit(point, id, moving, base);
+    StoreOrReemit(point, cell, moving, base);
   }
 }
 
 // Quill, Zephel and Marlo128: a moving base-face return becomes the reference of its grid
 // position; a moving return of another face is moved to that reference's range.
-void UndistortPoint::CompensateFromReference(_ori_point& point, int32_t id, bool moving,
+void UndistortPoint::CompensateFromReference(_ori_point& point, const Cell& cell, bool moving,
                                              bool base) {
   if (moving && base) {
-    StoreReference(point, id);
+    StoreReference(point, cell);
     return;
   }
   if (!moving || base) {
@@ -286,8 +299,8 @@ void UndistortPoint::CompensateFromReference(_ori_point& point, int32_t id, bool
   const bool blind = model_ == Model::kMarlo128 && ((point.mirror == 2 && point.echo == 1) ||
                                                     (point.mirror == 1 && point.echo == 0));
   const int32_t partner = model_ == Model::kMarlo128
-                              ? CompensateGridIDMarlo128(id, point.mirror, point.echo)
-                              : CompensateGridIDZephel(id, point.mirror);
+                              ? CompensateGridIDMarlo128(cell.id, point.mirror, point.echo)
+                              : CompensateGridIDZephel(cell.id, point.mirror);
   const _ori_point* reference = ReferenceIn(partner);
   if (reference == nullptr) {
     RemoveUnreferenced(point, blind);
@@ -308,17 +321,17 @@ void UndistortPoint::CompensateFromReference(_ori_point& point, int32_t id, bool
 // Marlo256, Marlo128H (and any other model): a moving return of a non-base face is taken out of
 // the frame and kept as a reference; its moving base-face partner brings it back, at the end of
 // the frame, at the partner's range.
-void UndistortPoint::StoreOrReemit(_ori_point& point, int32_t id, bool moving, bool base) {
+void UndistortPoint::StoreOrReemit(_ori_point& point, const Cell& cell, bool moving, bool base) {
   if (moving && !base) {
     Label(point, 0);
-    StoreReference(point, id);
+    StoreReference(point, cell);
     point.distance = 0.0;
     return;
   }
   if (!moving) {
     return;
   }
-  const int32_t partner = CompensateGridIDMarlo128H(id, point.channel);
+  const int32_t partner = CompensateGridIDMarlo128H(cell.id, point.channel);
   const _ori_point* reference = ReferenceIn(partner);
   if (reference == nullptr) {
     return;
@@ -327,9 +340,11 @@ void UndistortPoint::StoreOrReemit(_ori_point& point, int32_t id, bool moving, b
   CompensatePoint(extra_points_.back(), point.distance);
 }
 
-void UndistortPoint::StoreReference(const _ori_point& point, int32_t id) {
+void UndistortPoint::StoreReference(const _ori_point& point, const Cell& cell) {
   references_.push_back(point);
-  reference_index_[static_cast<std::size_t>(id)] = static_cast<float>(references_.size() - 1);
+  reference_index_[static_cast<std::size_t>(cell.index)] =
+      static_cast<float>(references_.size() - 1);
+  referenced_cells_.push_back(cell.index);
 }
 
 const _ori_point* UndistortPoint::ReferenceIn(int32_t cell) const {
@@ -337,7 +352,7 @@ const _ori_point* UndistortPoint::ReferenceIn(int32_t cell) const {
     return nullptr;
   }
   // The index map outlives ClearCache, so an index may point past the list: that is no reference.
-  const float index = reference_index_[static_cast<std::size_t>(cell)];
+  const float index = reference_index_[static_cast<std::size_t>(grid_.IndexOf(cell))];
   if (index < 0.0f || static_cast<double>(index) >= static_cast<double>(references_.size())) {
     return nullptr;
   }
@@ -383,7 +398,10 @@ bool UndistortPoint::FrameEndsAt(const _ori_point& point) {
 
 void UndistortPoint::StartNextRevolution() {
   references_.clear();
-  std::fill(reference_index_.begin(), reference_index_.end(), kNoReference);
+  for (const int32_t index : referenced_cells_) {
+    reference_index_[static_cast<std::size_t>(index)] = kNoReference;
+  }
+  referenced_cells_.clear();
   grid_.FillCurrent(kUnseenRange);
 }
 

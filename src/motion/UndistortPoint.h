@@ -43,7 +43,9 @@ class UndistortPoint : public AlgoBase {
   static void CompensatePoint(_ori_point& point, double r);
 
   const MotionGrid& Grid() const { return grid_; }
-  float Background(int32_t id) const { return background_[static_cast<std::size_t>(id)]; }
+  float Background(int32_t id) const {
+    return background_[static_cast<std::size_t>(grid_.IndexOf(id))];
+  }
 
   int32_t debug_using_echo = -1;
   int32_t num_thred = 6;
@@ -55,12 +57,17 @@ class UndistortPoint : public AlgoBase {
  private:
   enum class Model { kZephel, kMarlo256, kMarlo128H, kMarlo128, kOther };
 
+  using Cell = MotionGrid::Cell;
+
   static Model ModelOf(LidarType type);
-  int32_t CellOf(const _ori_point& point) const;
+  Cell LocateMarlo(double hor_angle, uint32_t channel, uint32_t mirror) const;
+  Cell CellOf(const _ori_point& point) const;
+  bool ShouldKeepPoint(const Cell& cell, double range);
+  bool IsBackGroundPoint(const Cell& cell, double range) const;
   void HandlePoint(_ori_point& point);
-  void CompensateFromReference(_ori_point& point, int32_t id, bool moving, bool base);
-  void StoreOrReemit(_ori_point& point, int32_t id, bool moving, bool base);
-  void StoreReference(const _ori_point& point, int32_t id);
+  void CompensateFromReference(_ori_point& point, const Cell& cell, bool moving, bool base);
+  void StoreOrReemit(_ori_point& point, const Cell& cell, bool moving, bool base);
+  void StoreReference(const _ori_point& point, const Cell& cell);
   const _ori_point* ReferenceIn(int32_t cell) const;
   void RemoveUnreferenced(_ori_point& point, bool blind) const;
   void Label(_ori_point& point, int32_t offset) const;
@@ -69,9 +76,13 @@ class UndistortPoint : public AlgoBase {
 
   Model model_;
   MotionGrid grid_;
+  // Per cell, by storage index.
   std::vector<float> background_;       // -1 unknown, 0 known empty, else the static range
   std::vector<float> reference_index_;  // index into references_, -1 for none
   std::vector<_ori_point> references_;  // reference returns of the revolution under way
+  // The cells given a reference index since the map was last reset. Resetting only these at the
+  // start of a revolution spares a pass over the whole map.
+  std::vector<int32_t> referenced_cells_;
   std::vector<_ori_point> extra_points_;
 };
 
