@@ -23,7 +23,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kDriveFrames = 8;
 
-double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+double Seconds(Clock::duration d) {
+  return std::chrono::duration<double>(d).count();
+}
 
 // Keeps the library's configuration messages out of the benchmark table.
 class SilencedOutput {
@@ -44,7 +46,8 @@ struct WorkUnits {
 
   void Split(const Frame& frame, std::size_t packetPoints) {
     source.clear();
-    const std::size_t step = packetPoints == 0 ? std::max<std::size_t>(frame.size(), 1) : packetPoints;
+    const std::size_t step =
+        packetPoints == 0 ? std::max<std::size_t>(frame.size(), 1) : packetPoints;
     for (std::size_t begin = 0; begin < frame.size(); begin += step) {
       const std::size_t end = std::min(frame.size(), begin + step);
       source.emplace_back(frame.begin() + static_cast<std::ptrdiff_t>(begin),

@@ -62,8 +62,8 @@ const bool kRegistered = [] {
                                  &model)
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark(("pipeline/" + model.name + "/frames").c_str(),
-                                 RunFramePipeline, &model)
+    benchmark::RegisterBenchmark(("pipeline/" + model.name + "/frames").c_str(), RunFramePipeline,
+                                 &model)
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);
   }
