@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstring>
 
+#include "framework/AlgoCommon.h"
+
 namespace velmar {
 namespace tools {
 namespace {
@@ -15,12 +17,7 @@ constexpr int kMaxFlushes = 4;
 static_assert(sizeof(_ori_point::reserved_c) == 2 * sizeof(uint32_t), "stamp fits reserved_c");
 
 void EmptyMeasures(_ori_point& point) {
-  point.x = 0.0;
-  point.y = 0.0;
-  point.z = 0.0;
-  point.intensity = 0.0;
-  point.distance = 0.0;
-  point.pulse_width = 0.0;
+  ClearMeasures(point);
   point.mark = 0;
 }
 
