@@ -62,7 +62,10 @@ UndistortPoint::UndistortPoint(const std::string& name, const std::string& desc,
   // Room for one reference per cell on the Marlo models and one per grid position (the base
   // face's) on the others, so that a revolution of ordinary size never grows the list.
   const int32_t per_revolution = marlo ? grid_.CellCount() : grid_.CellCount() / SubCellsFor(type);
-  references_.reserve(static_cast<std::size_t>(per_revolution));
+  reference_ranges_.reserve(static_cast<std::size_t>(per_revolution));
+  if (ReemitsReferences()) {
+    references_.reserve(static_cast<std::size_t>(per_revolution));
+  }
   referenced_cells_.reserve(static_cast<std::size_t>(per_revolution));
 }
 
@@ -301,12 +304,12 @@ void UndistortPoint::CompensateFromReference(_ori_point& point, const Cell& cell
   const int32_t partner = model_ == Model::kMarlo128
                               ? CompensateGridIDMarlo128(cell.id, point.mirror, point.echo)
                               : CompensateGridIDZephel(cell.id, point.mirror);
-  const _ori_point* reference = ReferenceIn(partner);
-  if (reference == nullptr) {
+  const int64_t reference = ReferenceIn(partner);
+  if (reference < 0) {
     RemoveUnreferenced(point, blind);
     return;
   }
-  const double reference_range = reference->distance;
+  const double reference_range = reference_ranges_[static_cast<std::size_t>(reference)];
   const double small_blind = static_cast<double>(dis_smallblind_thred);
   const bool unreliable = small_blind - kReferenceNearMargin > reference_range ||
                           (blind && point.distance < small_blind - kBlindNearMargin);
@@ -332,31 +335,36 @@ void UndistortPoint::StoreOrReemit(_ori_point& point, const Cell& cell, bool mov
     return;
   }
   const int32_t partner = CompensateGridIDMarlo128H(cell.id, point.channel);
-  const _ori_point* reference = ReferenceIn(partner);
-  if (reference == nullptr) {
+  const int64_t reference = ReferenceIn(partner);
+  if (reference < 0) {
     return;
   }
-  extra_points_.push_back(*reference);
+  extra_points_.push_back(references_[static_cast<std::size_t>(reference)]);
   CompensatePoint(extra_points_.back(), point.distance);
 }
 
 void UndistortPoint::StoreReference(const _ori_point& point, const Cell& cell) {
-  references_.push_back(point);
+  reference_ranges_.push_back(point.distance);
+  if (ReemitsReferences()) {
+    references_.push_back(point);
+  }
   reference_index_[static_cast<std::size_t>(cell.index)] =
-      static_cast<float>(references_.size() - 1);
+      static_cast<float>(reference_ranges_.size() - 1);
   referenced_cells_.push_back(cell.index);
 }
 
-const _ori_point* UndistortPoint::ReferenceIn(int32_t cell) const {
+int64_t UndistortPoint::ReferenceIn(int32_t cell) const {
+  constexpr int64_t kNone = -1;
   if (!grid_.InGrid(cell)) {
-    return nullptr;
+    return kNone;
   }
   // The index map outlives ClearCache, so an index may point past the list: that is no reference.
   const float index = reference_index_[static_cast<std::size_t>(grid_.IndexOf(cell))];
-  if (index < 0.0f || static_cast<double>(index) >= static_cast<double>(references_.size())) {
-    return nullptr;
+  if (index < 0.0f ||
+      static_cast<double>(index) >= static_cast<double>(reference_ranges_.size())) {
+    return kNone;
   }
-  return &references_[static_cast<std::size_t>(index)];
+  return static_cast<int64_t>(index);
 }
 
 void UndistortPoint::RemoveUnreferenced(_ori_point& point, bool blind) const {
@@ -397,6 +405,7 @@ bool UndistortPoint::FrameEndsAt(const _ori_point& point) {
 }
 
 void UndistortPoint::StartNextRevolution() {
+  reference_ranges_.clear();
   references_.clear();
   for (const int32_t index : referenced_cells_) {
     reference_index_[static_cast<std::size_t>(index)] = kNoReference;

@@ -22,7 +22,10 @@ class UndistortPoint : public AlgoBase {
   void ParseParams() override;
   // Forgets the reference returns of the frame under way; the history and the background
   // learned so far stay, since they describe the scene rather than one frame.
-  void ClearCache() override { references_.clear(); }
+  void ClearCache() override {
+    reference_ranges_.clear();
+    references_.clear();
+  }
 
   // The cell of a return (kNoCell outside the grid or the model's channel range).
   int32_t ComputeGridID(double hor_angle, uint32_t channel, uint32_t mirror) const;
@@ -68,7 +71,9 @@ class UndistortPoint : public AlgoBase {
   void CompensateFromReference(_ori_point& point, const Cell& cell, bool moving, bool base);
   void StoreOrReemit(_ori_point& point, const Cell& cell, bool moving, bool base);
   void StoreReference(const _ori_point& point, const Cell& cell);
-  const _ori_point* ReferenceIn(int32_t cell) const;
+  // Position in the reference list of the reference held by `cell`, or -1 for none.
+  int64_t ReferenceIn(int32_t cell) const;
+  bool ReemitsReferences() const { return model_ != Model::kZephel && model_ != Model::kMarlo128; }
   void RemoveUnreferenced(_ori_point& point, bool blind) const;
   void Label(_ori_point& point, int32_t offset) const;
   bool FrameEndsAt(const _ori_point& point);
@@ -78,8 +83,12 @@ class UndistortPoint : public AlgoBase {
   MotionGrid grid_;
   // Per cell, by storage index.
   std::vector<float> background_;       // -1 unknown, 0 known empty, else the static range
-  std::vector<float> reference_index_;  // index into references_, -1 for none
-  std::vector<_ori_point> references_;  // reference returns of the revolution under way
+  std::vector<float> reference_index_;  // index into reference_ranges_, -1 for none
+  // The reference returns of the revolution under way. Moving a return onto its reference needs
+  // only the reference's range, kept densely so that the lookup a third of a frame later stays in
+  // cache; whole records are kept only by the models that re-emit references as new points.
+  std::vector<double> reference_ranges_;
+  std::vector<_ori_point> references_;
   // The cells given a reference index since the map was last reset. Resetting only these at the
   // start of a revolution spares a pass over the whole map.
   std::vector<int32_t> referenced_cells_;
