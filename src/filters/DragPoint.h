@@ -32,7 +32,12 @@ class DragPoint : public AlgoBase {
   double cos_level_2 = 0.0;
   double cos_level_1 = 0.0;
 
-  // The packet before the delayed one, the delayed packet (answered on the next call, and while
+  // The packet before the delayed one: the first column source of a packet's first block.
+  const std::vector<_ori_point>& OlderPacket() const {
+    return older_is_delayed_ ? delayed_packet : older_packet;
+  }
+
+  // The older packet after a fill, the delayed packet (answered on the next call, and while
   // filtering the packet given last) and a scratch buffer the delayed packet swaps with. Their
   // storage is kept so that a running filter never reallocates.
   std::vector<_ori_point> older_packet;
@@ -45,12 +50,29 @@ class DragPoint : public AlgoBase {
  private:
   enum class Verdict { kNone, kRemove, kLevel2, kLevel1 };
 
+  // Bounds that settle most neighbours as giving no verdict from squared lengths alone, with a
+  // margin far above rounding error, so that the square roots and the division are spent only
+  // where a verdict is possible. Derived from the thresholds at every packet, since the host may
+  // change them between packets.
+  struct QuickReject {
+    double far_step_squared;     // a longer step fails every distance rule
+    double flat_cosine_squared;  // below this times |N|^2 |d|^2, dot^2 fails every angle rule
+  };
+  QuickReject DeriveQuickReject() const;
+
   void FilterBlock(std::vector<_ori_point>& packet, std::size_t block, std::size_t block_count,
                    std::size_t block_points);
   // Returns true when `neighbour_index` exists in `source` and its verdict has been applied.
   bool JudgeAgainst(_ori_point& point, const std::vector<_ori_point>& source,
                     std::size_t neighbour_index) const;
   Verdict Judge(const _ori_point& point, const _ori_point& neighbour) const;
+
+  QuickReject quick_reject_{};
+
+  // Once a packet has been filtered, the older packet is a copy of the delayed one, and on the
+  // next call a copy of the packet handed back: that packet is read in its place instead of
+  // keeping a third copy. Only a fill or a clear makes them differ.
+  bool older_is_delayed_ = false;
 };
 
 }  // namespace velmar

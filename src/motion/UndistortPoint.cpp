@@ -360,8 +360,7 @@ int64_t UndistortPoint::ReferenceIn(int32_t cell) const {
   }
   // The index map outlives ClearCache, so an index may point past the list: that is no reference.
   const float index = reference_index_[static_cast<std::size_t>(grid_.IndexOf(cell))];
-  if (index < 0.0f ||
-      static_cast<double>(index) >= static_cast<double>(reference_ranges_.size())) {
+  if (index < 0.0f || static_cast<double>(index) >= static_cast<double>(reference_ranges_.size())) {
     return kNone;
   }
   return static_cast<int64_t>(index);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <random>
 
 #include "filters/DragPoint.h"
 #include "framework/about.h"
@@ -44,7 +45,7 @@ TEST(DragPoint, AnswersWithTheDelayedPacketAndKeepsItOverAClear) {
     std::vector<_ori_point> packet = Packet(odd_size, 9);
     drag->Process(packet);
     EXPECT_TRUE(test::SameBytes(packet, Packet(odd_size, 9)));
-    EXPECT_EQ(drag->older_packet[0].timestamp, 7u);
+    EXPECT_EQ(drag->OlderPacket()[0].timestamp, 7u);
     EXPECT_EQ(drag->delayed_packet[0].timestamp, 7u);
   }
 }
@@ -76,6 +77,68 @@ TEST(DragPoint, GradesByAngleBandAndStrictEdges) {
   EXPECT_EQ(FilterBetweenZeroPackets(*drag, packet)[0].drag_level, 0u);
   drag->cos_filtered = 0.8;
   EXPECT_EQ(FilterBetweenZeroPackets(*drag, packet)[0].y, 3.0);
+}
+
+// The verdict of one neighbour, computed the plain way: square roots and division every time.
+uint32_t PlainVerdict(const DragPoint& drag, const _ori_point& p, const _ori_point& n) {
+  const double dx = p.x - n.x, dy = p.y - n.y, dz = p.z - n.z;
+  const double dist = std::sqrt(dx * dx + dy * dy + dz * dz);
+  const double ray = std::sqrt(n.x * n.x + n.y * n.y + n.z * n.z);
+  const double c = std::fabs(dx * n.x + dy * n.y + dz * n.z) / (ray * dist);
+  if (c > drag.cos_filtered && dist < drag.dist_threshold_filtered)
+    return 3;
+  if (drag.cos_filtered > c && c > drag.cos_level_2 && dist < drag.dist_threshold_level_2)
+    return 2;
+  if (drag.cos_level_2 > c && c > drag.cos_level_1 && dist < drag.dist_threshold_level_1)
+    return 1;
+  return 0;
+}
+
+// Neighbours are settled early from squared lengths where no verdict is possible; that must never
+// change a verdict, least of all next to the band edges and at extreme scales.
+TEST(DragPoint, VerdictsMatchThePlainComputationEverywhere) {
+  auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_B1);
+  std::mt19937_64 random(12);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  const double pi = 3.14159265358979323846;
+  const double band_edges[] = {4.0, 7.0, 10.0};
+  int decided = 0;
+  for (int i = 0; i < 6000; ++i) {
+    if (i == 4000) {  // thresholds far from the defaults, one of them meaningless
+      drag->dist_threshold_level_1 = std::nan("");
+      drag->dist_threshold_level_2 = 1e-3;
+      drag->cos_level_1 = 0.002;
+    }
+    // A step from the neighbour at an angle near a band edge (or anywhere), of a length near a
+    // distance threshold (or anywhere), at ranges from millimetres to astronomical.
+    const double edge = band_edges[i % 3] * pi / 180.0;
+    const double angle =
+        (i % 4 == 0) ? unit(random) * pi : edge * (1.0 + (unit(random) - 0.5) * 1e-6);
+    const double step = (i % 5 == 0) ? std::pow(10.0, unit(random) * 8 - 4)
+                                     : 2.0 * (1.0 + (unit(random) - 0.5) * 1e-6);
+    const double range =
+        std::pow(10.0, unit(random) * (i % 7 == 0 ? 400 : 8) - (i % 7 == 0 ? 200 : 4));
+    const _ori_point neighbour = MakePointXYZ(0.3 * range, range, -0.1 * range);
+    const double n = std::hypot(0.3, 1.0, 0.1);
+    const double ux = 0.3 / n, uy = 1.0 / n, uz = -0.1 / n;  // along the ray
+    const double side = std::sqrt(ux * ux + uy * uy);        // a unit vector across it
+    const double vx = -uy / side, vy = ux / side;
+    const _ori_point point =
+        MakePointXYZ(neighbour.x + step * (std::cos(angle) * ux + std::sin(angle) * vx),
+                     neighbour.y + step * (std::cos(angle) * uy + std::sin(angle) * vy),
+                     neighbour.z + step * std::cos(angle) * uz);
+    std::vector<_ori_point> packet = Packet(96, 2);
+    packet[0] = point;
+    packet[1] = neighbour;
+    const uint32_t expected = PlainVerdict(*drag, point, neighbour);
+    const _ori_point out = FilterBetweenZeroPackets(*drag, packet)[0];
+    const bool removed = out.x == 0.0 && out.y == 0.0 && out.z == 0.0;
+    const uint32_t got = removed ? 3 : out.drag_level;
+    ASSERT_EQ(got, expected) << "case " << i << " angle " << angle << " step " << step << " range "
+                             << range;
+    decided += expected != 0;
+  }
+  EXPECT_GT(decided, 1000);  // the cases do reach every band
 }
 
 TEST(DragPoint, NeighboursFollowTheBlockLayoutAndThisPassRemovals) {
