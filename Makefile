@@ -11,7 +11,7 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 BENCH_BUILD_DIR ?= build-bench
 
-.PHONY: all deps build test test-san demo example bench install-check clean
+.PHONY: all deps build test test-san demo example bench bench-peers install-check clean
 
 all: build
 
@@ -56,6 +56,14 @@ bench: deps
 	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench
 	./$(BENCH_BUILD_DIR)/bench/algo_bench $(BENCH_ARGS)
 	./$(BENCH_BUILD_DIR)/bench/ground_bench
+
+# Our filters and ground detection against statistical and radius outlier removal and RANSAC
+# plane segmentation on the same simulated frames (see docs/performance.md).
+bench-peers: deps
+	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
+	  -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target peers_bench
+	./$(BENCH_BUILD_DIR)/bench/peers_bench
 
 # Installs into a temporary prefix and builds the example host against it with find_package.
 install-check: build
