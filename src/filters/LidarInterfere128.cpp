@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
+#include "framework/AlgoCommon.h"
 #include "framework/about.h"
 
 namespace velmar {
@@ -45,22 +47,19 @@ void LidarInterfere128::ParseParams() {
 // it and the warm-up is not repeated: restarting would let interference through for six frames.
 void LidarInterfere128::ClearCache() {}
 
-int32_t LidarInterfere128::CellOf(const _ori_point& p) {
+bool LidarInterfere128::CellOf(const _ori_point& p, Cell& cell) {
   const double channel = static_cast<int32_t>(p.channel);
-  const int32_t col = GridCoordinate((p.hor_angle - kAngleOrigin) / kAngleStep, kColumns);
-  const int32_t row = GridCoordinate((channel - kChannelOrigin) / kChannelStep, kRows);
-  if (col < 0 || row < 0) {
-    return -1;
-  }
-  return col + kColumns * row;
+  cell.column = GridCoordinate((p.hor_angle - kAngleOrigin) / kAngleStep, kColumns);
+  cell.row = GridCoordinate((channel - kChannelOrigin) / kChannelStep, kRows);
+  return cell.column >= 0 && cell.row >= 0;
 }
 
 void LidarInterfere128::Process(std::vector<_ori_point>& frame) {
+  Cell cell{};
   for (_ori_point& p : frame) {
-    const int32_t cell = CellOf(p);
-    if (cell >= 0 && p.distance > 0.0) {
+    if (CellOf(p, cell) && p.distance > 0.0) {
       // A removed return is still remembered: it was a return all the same.
-      float& first_return = Grid(current_)[cell];
+      float& first_return = Grid(current_)[StorageIndex(cell.column, cell.row)];
       if (first_return == 0.0f) {
         first_return = static_cast<float>(p.distance);
       }
@@ -74,27 +73,49 @@ void LidarInterfere128::Process(std::vector<_ori_point>& frame) {
   }
 }
 
-bool LidarInterfere128::IsSupportedByHistory(int32_t cell, double distance) const {
+bool LidarInterfere128::IsSupportedByHistory(const Cell& cell, double distance) const {
   // Until six frame ends have passed, the history still holds empty start-up grids.
   if (frames_seen_ <= kHistoryFrames) {
     return true;
   }
-  const int32_t first = std::max(cell - kNeighbourReach, 0);
-  const int32_t last = std::min(cell + kNeighbourReach, static_cast<int32_t>(kGridCells) - 1);
+  // The storage index of each nearby cell, its own first, then outwards: a real return usually
+  // finds its support there, in the newest frame, and the search stops as soon as the counts
+  // suffice (they only grow, so stopping early never changes the verdict). A cell before the
+  // first of the grid counts as absent; the cells past the last row's end are the spare row,
+  // always empty.
+  constexpr int32_t kOffsets[] = {0, -1, 1, -2, 2};
+  static_assert(std::size(kOffsets) == 2 * kNeighbourReach + 1, "one offset per nearby cell");
+  std::size_t nearby[std::size(kOffsets)];
+  std::size_t count = 0;
+  for (const int32_t offset : kOffsets) {
+    int32_t column = cell.column + offset;
+    int32_t row = cell.row;
+    if (column < 0) {
+      column += kColumns;
+      --row;
+    } else if (column >= kColumns) {
+      column -= kColumns;
+      ++row;
+    }
+    if (row >= 0) {
+      nearby[count++] = StorageIndex(column, row);
+    }
+  }
+  // A past range counts as near when its gap, narrowed to float, is below the threshold: the
+  // same test as a float comparison with the threshold's float ceiling.
+  const float near_limit = FloatCeiling(distance_thred);
   int32_t present = 0;
   int32_t near = 0;
-  for (std::size_t slot = 0; slot < kRingSlots; ++slot) {
-    if (slot == current_) {
-      continue;
-    }
-    const float* grid = Grid(slot);
-    for (int32_t c = first; c <= last; ++c) {
-      const float range = grid[c];
+  for (std::size_t age = kHistoryFrames; age >= 1; --age) {
+    const float* grid = Grid((current_ + age) % kRingSlots);
+    for (std::size_t i = 0; i < count; ++i) {
+      const float range = grid[nearby[i]];
       if (range > 0.0f) {
         ++present;
-        const float gap = static_cast<float>(std::fabs(range - distance));
-        if (gap < distance_thred) {
-          ++near;
+        const float gap = static_cast<float>(std::fabs(static_cast<double>(range) - distance));
+        near += gap < near_limit;
+        if (present >= presencepoint && near >= nearpoint) {
+          return true;
         }
       }
     }

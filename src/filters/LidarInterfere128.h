@@ -18,6 +18,7 @@ class LidarInterfere128 : public AlgoBase {
   static constexpr int32_t kRows = 128;
   static constexpr std::size_t kGridCells = static_cast<std::size_t>(kColumns) * (kRows + 1);
   static constexpr int32_t kHistoryFrames = 5;
+  static constexpr int32_t kStoredRows = kRows + 1;
 
   LidarInterfere128(const std::string& name, const std::string& desc, LidarType type);
 
@@ -32,9 +33,21 @@ class LidarInterfere128 : public AlgoBase {
   double distance_thred = 10.0;  // metres
 
  private:
-  // Cell index of a point, or -1 when the point lies outside the grid.
-  static int32_t CellOf(const _ori_point& p);
-  bool IsSupportedByHistory(int32_t cell, double distance) const;
+  // A cell by its column and row: the neighbours of a cell are the cells two before and two after
+  // it in the order column first, then row, so that the last columns of a row neighbour the
+  // first columns of the next row.
+  struct Cell {
+    int32_t column;
+    int32_t row;
+  };
+  // Whether a point has a cell, and which.
+  static bool CellOf(const _ori_point& p, Cell& cell);
+  // Cells are stored channel first, column by column: the returns of a column arrive channel
+  // after channel and read neighbouring memory.
+  static std::size_t StorageIndex(int32_t column, int32_t row) {
+    return static_cast<std::size_t>(row) + static_cast<std::size_t>(kStoredRows) * column;
+  }
+  bool IsSupportedByHistory(const Cell& cell, double distance) const;
   void EndFrame();
   float* Grid(std::size_t slot) { return grids_.data() + slot * kGridCells; }
   const float* Grid(std::size_t slot) const { return grids_.data() + slot * kGridCells; }

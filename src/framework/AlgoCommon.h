@@ -2,7 +2,9 @@
 #ifndef VELMAR_FRAMEWORK_ALGO_COMMON_H
 #define VELMAR_FRAMEWORK_ALGO_COMMON_H
 
+#include <cmath>
 #include <cstddef>
+#include <limits>
 
 #include "velmar/lidar_algo.h"
 
@@ -24,6 +26,25 @@ inline void ClearMeasures(_ori_point& p) {
   p.intensity = 0.0;
   p.distance = 0.0;
   p.pulse_width = 0.0;
+}
+
+// The least float not below `value`, so that for every float d, (double)d < value exactly when
+// d < FloatCeiling(value). Lets a loop that narrows differences to float and compares them with a
+// double threshold compare floats only, which vectorises. NaN stays NaN.
+inline float FloatCeiling(double value) {
+  constexpr float kLargest = std::numeric_limits<float>::max();
+  if (!(value <= static_cast<double>(kLargest))) {
+    return value > 0.0 ? std::numeric_limits<float>::infinity() : static_cast<float>(value);
+  }
+  if (value < -static_cast<double>(kLargest)) {
+    return value == -std::numeric_limits<double>::infinity()
+               ? -std::numeric_limits<float>::infinity()
+               : -kLargest;
+  }
+  const float nearest = static_cast<float>(value);
+  return static_cast<double>(nearest) < value
+             ? std::nextafter(nearest, std::numeric_limits<float>::infinity())
+             : nearest;
 }
 
 // Packet shapes of the column-structured sensors: columns of 48 or 64 points in channel order,

@@ -9,6 +9,8 @@
 #include <limits>
 #include <vector>
 
+#include "framework/AlgoCommon.h"
+
 namespace velmar {
 
 // Angles that open and close a revolution: a sweep starts below 30 degrees and ends beyond 150.
@@ -130,24 +132,6 @@ inline MotionGrid::Cell MotionGrid::Locate(double hor_angle, double row_value, i
   }
   const int64_t index = row_index + rows_ * (sub + sub_cells_ * column);
   return Cell{static_cast<int32_t>(id), static_cast<int32_t>(index)};
-}
-
-// The least float not below `value`, so that for every float d, (double)d < value exactly when
-// d < FloatCeiling(value). NaN stays NaN.
-inline float FloatCeiling(double value) {
-  constexpr float kLargest = std::numeric_limits<float>::max();
-  if (!(value <= static_cast<double>(kLargest))) {
-    return value > 0.0 ? std::numeric_limits<float>::infinity() : static_cast<float>(value);
-  }
-  if (value < -static_cast<double>(kLargest)) {
-    return value == -std::numeric_limits<double>::infinity()
-               ? -std::numeric_limits<float>::infinity()
-               : -kLargest;
-  }
-  const float nearest = static_cast<float>(value);
-  return static_cast<double>(nearest) < value
-             ? std::nextafter(nearest, std::numeric_limits<float>::infinity())
-             : nearest;
 }
 
 inline HistoryVotes MotionGrid::Vote(const Cell& cell, double range, double r_thred) const {
