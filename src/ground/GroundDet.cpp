@@ -205,7 +205,7 @@ void GroundDet::Process(std::vector<_ori_point>& frame) {
     if (p.distance < kMaxRange && p.z < z_limit) {
       if (plane_ready) {
         FilterPointUsingGroundPlane(p);
-      } else if (IsReferenceReturn(p)) {
+      } else if (IsReferenceReturn(p) && collected.size() < max_withheld) {
         collected.push_back(p);
         p.distance = 0.0;
       }

@@ -44,6 +44,12 @@ class GroundDet : public AlgoBase {
   float cell_size_x = 0.0f;
   float cell_size_y = 0.0f;
   PlaneFitGroundDetectorParam detector_param;
+  // Returns withheld while waiting for a fit are capped. A stream that never opens a revolution
+  // on the reference face beyond 150 degrees (whole frames fed at once, for instance) never fits,
+  // and would otherwise withhold every near, low reference return it sees, growing without end.
+  // Past the cap such returns stay in the frame, unclassified. A Marlo128 revolution has at most
+  // 46,336 reference returns, so a packet stream never comes near it.
+  std::size_t max_withheld = std::size_t{1} << 20;
 
   // Work arrays of the last fit: index of each collected return, its x, y, z, and its height
   // above its plane as it was given back (NaN for a return over no usable plane).

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -199,6 +200,23 @@ TEST(GroundDet, FitWaitsForARevolutionStartOnTheReferenceFace) {
   ASSERT_EQ(trigger.size(), 3u);  // both withheld returns, over no plane, come back untouched
   EXPECT_EQ(trigger[1].label, kUntouchedLabel);
   EXPECT_TRUE(det->plane_ready);
+}
+
+// Whole frames never open on the reference face beyond 150 degrees, so no fit ever runs: the
+// withheld returns stop at the cap instead of growing with every frame, and the rest stay put.
+TEST(GroundDet, WithheldReturnsAreCappedWhenNoFitComes) {
+  auto det = MakeGroundDet("{}");
+  det->max_withheld = 1000;
+  for (int frame_index = 0; frame_index < 4; ++frame_index) {
+    std::vector<_ori_point> frame = RevolutionStart(20.0);
+    AddGround(frame);
+    det->Process(frame);
+    const std::size_t kept = static_cast<std::size_t>(std::count_if(
+        frame.begin(), frame.end(), [](const _ori_point& p) { return p.distance > 0.0; }));
+    EXPECT_EQ(kept, frame_index == 0 ? frame.size() - 1000 : frame.size()) << frame_index;
+    EXPECT_EQ(det->Collected().size(), 1000u);
+  }
+  EXPECT_FALSE(det->plane_ready);
 }
 
 TEST(GroundDet, WorkArraysDoublePastTheirCapacity) {
