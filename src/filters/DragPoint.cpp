@@ -179,6 +179,11 @@ DragPoint::QuickReject DragPoint::DeriveQuickReject() const {
 // A removed neighbour (zero vector) or a point equal to its neighbour makes the cosine NaN, and a
 // NaN fails every comparison: such a neighbour gives no verdict.
 DragPoint::Verdict DragPoint::Judge(const _ori_point& point, const _ori_point& neighbour) const {
+  // A neighbour without a return (or removed) sits at the origin: its ray has no direction, so
+  // the cosine is 0/0 and no verdict is possible. Most beams that see the sky are such neighbours.
+  if (neighbour.x == 0.0 && neighbour.y == 0.0 && neighbour.z == 0.0) {
+    return Verdict::kNone;
+  }
   const double dx = point.x - neighbour.x;
   const double dy = point.y - neighbour.y;
   const double dz = point.z - neighbour.z;

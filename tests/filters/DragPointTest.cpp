@@ -129,8 +129,9 @@ TEST(DragPoint, VerdictsMatchThePlainComputationEverywhere) {
                      neighbour.z + step * std::cos(angle) * uz);
     std::vector<_ori_point> packet = Packet(96, 2);
     packet[0] = point;
-    packet[1] = neighbour;
-    const uint32_t expected = PlainVerdict(*drag, point, neighbour);
+    // Every eleventh neighbour has no return: it sits at the origin, signed zeros included.
+    packet[1] = i % 11 == 0 ? MakePointXYZ(0.0, -0.0, 0.0) : neighbour;
+    const uint32_t expected = PlainVerdict(*drag, point, packet[1]);
     const _ori_point out = FilterBetweenZeroPackets(*drag, packet)[0];
     const bool removed = out.x == 0.0 && out.y == 0.0 && out.z == 0.0;
     const uint32_t got = removed ? 3 : out.drag_level;
