@@ -14,8 +14,6 @@ constexpr double kAngleOrigin = 30.0;  // degrees
 constexpr double kAngleStep = 0.167;   // degrees per column
 constexpr double kChannelOrigin = 0.0;
 constexpr double kChannelStep = 1.0;
-// Cells on each side of a point's own cell, along the flat index, that count as nearby.
-constexpr int32_t kNeighbourReach = 2;
 constexpr std::size_t kRingSlots = LidarInterfere128::kHistoryFrames + 1;
 
 // The floor of `value` as a grid coordinate, or -1 when it falls outside [0, limit) or is NaN.
@@ -73,19 +71,12 @@ void LidarInterfere128::Process(std::vector<_ori_point>& frame) {
   }
 }
 
-bool LidarInterfere128::IsSupportedByHistory(const Cell& cell, double distance) const {
-  // Until six frame ends have passed, the history still holds empty start-up grids.
-  if (frames_seen_ <= kHistoryFrames) {
-    return true;
-  }
-  // The storage index of each nearby cell, its own first, then outwards: a real return usually
-  // finds its support there, in the newest frame, and the search stops as soon as the counts
-  // suffice (they only grow, so stopping early never changes the verdict). A cell before the
-  // first of the grid counts as absent; the cells past the last row's end are the spare row,
-  // always empty.
+std::size_t LidarInterfere128::NearbyCells(const Cell& cell, std::size_t (&nearby)[kNearbyCells]) {
+  // The neighbours are the cells two before and two after in the order column first, then row: a
+  // row's last columns neighbour the next row's first. A cell before the first of the grid is
+  // absent; the cells past the last row's end are the spare row, always empty.
   constexpr int32_t kOffsets[] = {0, -1, 1, -2, 2};
-  static_assert(std::size(kOffsets) == 2 * kNeighbourReach + 1, "one offset per nearby cell");
-  std::size_t nearby[std::size(kOffsets)];
+  static_assert(std::size(kOffsets) == kNearbyCells, "one offset per nearby cell");
   std::size_t count = 0;
   for (const int32_t offset : kOffsets) {
     int32_t column = cell.column + offset;
@@ -101,6 +92,19 @@ bool LidarInterfere128::IsSupportedByHistory(const Cell& cell, double distance) 
       nearby[count++] = StorageIndex(column, row);
     }
   }
+  return count;
+}
+
+bool LidarInterfere128::IsSupportedByHistory(const Cell& cell, double distance) const {
+  // Until six frame ends have passed, the history still holds empty start-up grids.
+  if (frames_seen_ <= kHistoryFrames) {
+    return true;
+  }
+  // Its own cell first, then outwards: a real return usually finds its support there, in the
+  // newest frame, and the search stops as soon as the counts suffice (they only grow, so
+  // stopping early never changes the verdict).
+  std::size_t nearby[kNearbyCells];
+  const std::size_t count = NearbyCells(cell, nearby);
   // A past range counts as near when its gap, narrowed to float, is below the threshold: the
   // same test as a float comparison with the threshold's float ceiling.
   const float near_limit = FloatCeiling(distance_thred);

@@ -47,6 +47,9 @@ class LidarInterfere128 : public AlgoBase {
   static std::size_t StorageIndex(int32_t column, int32_t row) {
     return static_cast<std::size_t>(row) + static_cast<std::size_t>(kStoredRows) * column;
   }
+  // A cell and the two on each side of it, as storage indices; returns how many exist.
+  static constexpr std::size_t kNearbyCells = 5;
+  static std::size_t NearbyCells(const Cell& cell, std::size_t (&nearby)[kNearbyCells]);
   bool IsSupportedByHistory(const Cell& cell, double distance) const;
   void EndFrame();
   float* Grid(std::size_t slot) { return grids_.data() + slot * kGridCells; }
