@@ -118,6 +118,22 @@ std::vector<std::vector<_ori_point>> ReadRecording(const std::string& folder) {
   return frames;
 }
 
+sim::SimulationSettings Settings(const std::string& model, const std::string& scene,
+                                 uint64_t seed) {
+  sim::SimulationSettings settings;
+  settings.model = model;
+  settings.scene.name = scene;
+  settings.seed = seed;
+  settings.frames = 4;
+  return settings;
+}
+
+std::vector<_ori_point> Generate(const sim::SimulationSettings& settings, uint32_t index) {
+  std::vector<_ori_point> frame;
+  sim::Simulator(settings).GenerateFrame(index, frame);
+  return frame;
+}
+
 PngSize ReadPngSize(const std::string& path) {
   std::string bytes = ReadText(path);
   if (bytes.size() < kPngHeaderBytes ||

@@ -1,12 +1,14 @@
-// Helpers of the velmar-algo subcommand tests: scratch folders, running the command, and small
+// Helpers of the tool tests: scratch folders, running velmar-algo, simulated frames, and small
 // hand-built recordings whose every point is known.
 #ifndef VELMAR_TESTS_TOOLS_CLI_TEST_SUPPORT_H
 #define VELMAR_TESTS_TOOLS_CLI_TEST_SUPPORT_H
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "sim/Simulator.h"
 #include "sim/Truth.h"
 #include "velmar/lidar_algo.h"
 
@@ -20,6 +22,7 @@ class ScratchFolder {
   ~ScratchFolder();
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
+  const std::string& Path() const { return path_; }
   std::string Path(const std::string& name) const { return path_ + "/" + name; }
 
  private:
@@ -47,6 +50,16 @@ std::string UnderGroundEntry(double height);
 
 // A return of the given truth class at `distance` straight ahead, height `z`.
 _ori_point TruthPoint(sim::TruthKind kind, double distance, double pulseWidth, double z = 0.0);
+
+inline bool SameFrameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b) {
+  return a.size() == b.size() &&
+         (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(_ori_point)) == 0);
+}
+
+// Settings of a four-frame simulation without noise, and one frame of it.
+sim::SimulationSettings Settings(const std::string& model, const std::string& scene = "city",
+                                 uint64_t seed = 1);
+std::vector<_ori_point> Generate(const sim::SimulationSettings& settings, uint32_t index = 0);
 
 // Writes a recording of `model` made of `frames`.
 void WriteRecording(const std::string& folder, const std::string& model,

@@ -1,16 +1,19 @@
-// velmar-algo run, eval, render and info end to end: on simulated drives, on hand-built
+// velmar-algo simulate, run, eval, render and info end to end: on simulated drives, on hand-built
 // recordings whose outcome is known, and on every kind of bad input.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "CliTestSupport.h"
 #include "EvalReport.h"
+#include "sim/Recording.h"
 
 namespace velmar {
 namespace clitest {
@@ -19,6 +22,53 @@ namespace {
 using sim::TruthKind;
 
 constexpr uint32_t kMarloPacket = 128;
+
+TEST(SimulateTest, WritesTheSimulatorsFramesForEachModelFamily) {
+  ScratchFolder scratch;
+  const std::string out = scratch.Path("drive");
+  for (const char* model : {"Marlo128", "ZephelB2/B3/MP", "ZephelT"}) {
+    const CommandResult run = RunCli(std::string("simulate --model ") + model +
+                                         " --scene city --rain 0.3 --frames 2 --seed 1 -o " + out,
+                                     scratch);
+    ASSERT_EQ(run.status, 0) << run.err;
+    sim::RecordingReader reader(out);
+    EXPECT_EQ(reader.Info().model, model);
+    EXPECT_EQ(LidarTypeToStr(static_cast<int>(reader.Info().lidarType)), model);
+    EXPECT_EQ(reader.Info().noise[sim::NoiseKind::kRain], 0.3);
+    EXPECT_EQ(reader.Info().seed, 1u);
+    ASSERT_EQ(reader.FrameCount(), 2u);
+    std::vector<_ori_point> frame;
+    reader.ReadFrame(1, frame);
+    sim::SimulationSettings s = Settings(model, "city", 1);
+    s.frames = 2;
+    s.noise[sim::NoiseKind::kRain] = 0.3;
+    EXPECT_TRUE(SameFrameBytes(frame, Generate(s, 1)));
+    std::filesystem::remove_all(out);
+  }
+}
+
+TEST(SimulateTest, RefusesBadArgumentsWithoutWritingAndHelpListsTheChoices) {
+  ScratchFolder scratch;
+  const std::string out = scratch.Path("never");
+  for (const char* arguments : {"simulate --model Marlo999 -o ", "simulate --rain 1.5 -o ",
+                                "simulate --scene moon -o ", "simulate --frames -3 -o "}) {
+    EXPECT_NE(RunCli(arguments + out, scratch).status, 0) << arguments;
+    EXPECT_FALSE(std::filesystem::exists(out)) << arguments;
+  }
+  EXPECT_NE(RunCli("simulate --frames 1", scratch).status, 0);  // no output folder
+  EXPECT_NE(RunCli("", scratch).status, 0);                     // no subcommand
+  const CommandResult help = RunCli("simulate --help", scratch);
+  EXPECT_EQ(help.status, 0);
+  for (const sim::SensorModel& m : sim::SensorModels()) {
+    EXPECT_THAT(help.out + help.err, ::testing::HasSubstr(m.name));
+  }
+  for (const sim::SceneInfo& scene : sim::SceneNames()) {
+    EXPECT_THAT(help.out + help.err, ::testing::HasSubstr(std::string(scene.name) + ": "));
+  }
+  for (const sim::NoiseKindInfo& n : sim::NoiseKinds()) {
+    EXPECT_THAT(help.out + help.err, ::testing::HasSubstr(std::string("--") + n.name));
+  }
+}
 
 // Everything but the measures that a filter may zero must come through untouched.
 void ExpectSameSlot(const _ori_point& in, const _ori_point& out, std::size_t f, std::size_t i) {
@@ -96,9 +146,7 @@ TEST_F(SimulatedDriveTest, PacketModeWritesTheFramesAHostAssemblesFromPackets) {
   std::vector<std::vector<_ori_point>> out = ReadRecording(scratch_.Path("packets"));
   ASSERT_EQ(out.size(), host.size());
   for (std::size_t f = 0; f < host.size(); ++f) {
-    ASSERT_EQ(out[f].size(), host[f].size());
-    EXPECT_EQ(std::memcmp(out[f].data(), host[f].data(), host[f].size() * sizeof(_ori_point)), 0)
-        << "frame " << f;
+    EXPECT_TRUE(SameFrameBytes(out[f], host[f])) << "frame " << f;
   }
 }
 
