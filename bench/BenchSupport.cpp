@@ -151,16 +151,9 @@ double CopySeconds(std::size_t points) {
 
 std::shared_ptr<AlgoBase> MakeAlgo(int id, LidarType type, const std::string& params) {
   SilencedOutput quiet;
-  std::shared_ptr<AlgoBase> algo = CreateAlgo(id, "bench", "", type);
   rapidjson::Document document;
   document.Parse(params.c_str());
-  if (algo && document.IsObject()) {
-    CopyParams(document, *algo);
-  }
-  if (algo) {
-    algo->ParseParams();
-  }
-  return algo;
+  return ConfigureAlgo(id, "bench", "", type, document.HasParseError() ? nullptr : &document);
 }
 
 void MeasureFrames(benchmark::State& state, const std::vector<Frame>& frames,

@@ -2,19 +2,17 @@
 #ifndef VELMAR_FILTERS_CLOSE_RANGE_NOISE128_H
 #define VELMAR_FILTERS_CLOSE_RANGE_NOISE128_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class CloseRangeNoise128 : public AlgoBase {
+class CloseRangeNoise128 : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   float min_distance = 5.0f;  // metres; a point at this range or nearer is a candidate
   float min_pulse = 5.5f;     // a candidate with this pulse width or less is removed

@@ -5,19 +5,17 @@
 
 #include <cstddef>
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class CloseRangeNoiseFilter : public AlgoBase {
+class CloseRangeNoiseFilter : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   double filter_channel_range = 6.0;       // edge positions guarded at each end of a column
   double filter_farthest_distance = 2.0;   // a marking point is at most this far...

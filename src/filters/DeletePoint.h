@@ -2,19 +2,16 @@
 #ifndef VELMAR_FILTERS_DELETE_POINT_H
 #define VELMAR_FILTERS_DELETE_POINT_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class DeletePoint : public AlgoBase {
+class DeletePoint : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
-  void ParseParams() override {}
-  void ClearCache() override {}
 };
 
 }  // namespace velmar

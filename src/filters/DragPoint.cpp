@@ -9,8 +9,8 @@
 namespace velmar {
 namespace {
 
-// The thresholds have always been turned into cosines with this value; keeping it keeps the
-// bands where they have been tuned.
+// The angle thresholds are turned into cosines with this truncated pi on every supported model:
+// deployed configurations were tuned with it, and the exact value would move the band edges.
 constexpr double kTruncatedPi = 3.1415926;
 constexpr std::size_t kBlocksPer192 = 4;
 constexpr std::size_t kBlocksPer96Or128 = 2;
@@ -37,6 +37,8 @@ bool IsPacketSize(std::size_t n) {
 
 bool DragPoint::IsSupported(const std::string& lidarTypeName) {
   if (lidarTypeName == kZephelT) {
+    // Deliberately set here, the one place the pipeline names the model to the filter: Process
+    // reads it to treat every ZephelT packet as a single column.
     single_block = true;
     return true;
   }
@@ -101,8 +103,9 @@ void DragPoint::Process(std::vector<_ori_point>& points) {
 void DragPoint::FilterBlock(std::vector<_ori_point>& packet, std::size_t block,
                             std::size_t block_count, std::size_t block_points) {
   const std::size_t previous_block = (block_count - 1 + block) % block_count;
-  // Block 0's previous column lies in another packet; the others read the newest packet twice
-  // over, which is how the filter has always graded them. The newest packet is the one now
+  // Block 0's previous column lies in another packet; the other blocks take both column sources
+  // from the newest packet, on every model, so they are judged against it twice over (the
+  // second pass can only decide where the first did not). The newest packet is the one now
   // delayed. An older packet equal to the delayed one before this call is the packet being
   // filtered: block 0 reads its last block, which this pass has not reached yet.
   const std::vector<_ori_point>* first_source = &delayed_packet;
@@ -176,8 +179,8 @@ DragPoint::QuickReject DragPoint::DeriveQuickReject() const {
   return quick;
 }
 
-// A removed neighbour (zero vector) or a point equal to its neighbour makes the cosine NaN, and a
-// NaN fails every comparison: such a neighbour gives no verdict.
+// A point equal to its neighbour makes the cosine 0/0: the NaN fails every comparison, so such a
+// neighbour gives no verdict.
 DragPoint::Verdict DragPoint::Judge(const _ori_point& point, const _ori_point& neighbour) const {
   // A neighbour without a return (or removed) sits at the origin: its ray has no direction, so
   // the cosine is 0/0 and no verdict is possible. Most beams that see the sky are such neighbours.

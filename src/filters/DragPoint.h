@@ -7,15 +7,14 @@
 #include <cstddef>
 #include <vector>
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class DragPoint : public AlgoBase {
+class DragPoint : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& points) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
@@ -32,14 +31,22 @@ class DragPoint : public AlgoBase {
   double cos_level_2 = 0.0;
   double cos_level_1 = 0.0;
 
-  // The packet before the delayed one: the first column source of a packet's first block.
+  // The first column source of the first block of the packet filtered next.
   const std::vector<_ori_point>& OlderPacket() const {
     return older_is_delayed_ ? delayed_packet : older_packet;
   }
 
-  // The older packet after a fill, the delayed packet (answered on the next call, and while
-  // filtering the packet given last) and a scratch buffer the delayed packet swaps with. Their
-  // storage is kept so that a running filter never reallocates.
+  // What the buffers hold between calls, for packets P1, P2, ... given since creation:
+  //
+  //   buffer           after call 1   after call 2   after call n >= 3 (a filtering call)
+  //   older_packet     P1             P1             stale: OlderPacket() is Pn
+  //   delayed_packet   -              P2             Pn, handed back filtered by call n + 1
+  //   latest_packet    -              -              scratch: P(n-1) as it was given
+  //
+  // Calls 1 and 2 hand their own packet back untouched; call n >= 3 hands back P(n-1). A clear
+  // forgets only the older packet (the delayed one is still owed to the host), so the next call
+  // is a fill like call 1 and the one after it filters again. The storage is kept so that a
+  // running filter never reallocates.
   std::vector<_ori_point> older_packet;
   std::vector<_ori_point> delayed_packet;
   std::vector<_ori_point> latest_packet;

@@ -3,19 +3,16 @@
 #ifndef VELMAR_FILTERS_FIXED_NOISE128_H
 #define VELMAR_FILTERS_FIXED_NOISE128_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class FixedNoise128 : public AlgoBase {
+class FixedNoise128 : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
-  void ParseParams() override {}
-  void ClearCache() override {}
 };
 
 }  // namespace velmar

@@ -3,20 +3,18 @@
 #ifndef VELMAR_FILTERS_HIGH_REF128_H
 #define VELMAR_FILTERS_HIGH_REF128_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class HighRef128 : public AlgoBase {
+class HighRef128 : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  // The group count describes the sensor's packet shape, not the scene, so a clear keeps it.
-  void ClearCache() override {}
+  // No ClearCache: the group count describes the sensor's packet shape, not the scene.
 
   int32_t pulse_threshold = 40;  // a pulse width above this marks a strong return
   float ghost_distance = 67.0f;  // metres between a strong return and its ghost

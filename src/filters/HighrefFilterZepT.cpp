@@ -22,7 +22,7 @@ constexpr int32_t
 
 HighrefFilterZepT::HighrefFilterZepT(const std::string& name, const std::string& desc,
                                      LidarType type)
-    : AlgoBase(name, desc, type) {
+    : Algorithm(name, desc, type) {
   BuildChannelTable();
 }
 

@@ -7,11 +7,11 @@
 #include <cstddef>
 #include <vector>
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class HighrefFilterZepT : public AlgoBase {
+class HighrefFilterZepT : public Algorithm {
  public:
   static constexpr std::size_t kGroupCount = 32;
   static constexpr std::size_t kChannelsPerGroup = 3;
@@ -19,11 +19,9 @@ class HighrefFilterZepT : public AlgoBase {
 
   HighrefFilterZepT(const std::string& name, const std::string& desc, LidarType type);
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& points) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   // The group of `channel`, or -1 for channel 0 and channels beyond the table.
   int32_t GroupOf(uint32_t channel) const;

@@ -10,8 +10,6 @@
 namespace velmar {
 namespace {
 
-constexpr double kAngleOrigin = 30.0;  // degrees
-constexpr double kAngleStep = 0.167;   // degrees per column
 constexpr double kChannelOrigin = 0.0;
 constexpr double kChannelStep = 1.0;
 constexpr std::size_t kRingSlots = LidarInterfere128::kHistoryFrames + 1;
@@ -29,7 +27,7 @@ int32_t GridCoordinate(double value, int32_t limit) {
 
 LidarInterfere128::LidarInterfere128(const std::string& name, const std::string& desc,
                                      LidarType type)
-    : AlgoBase(name, desc, type), grids_(kRingSlots * kGridCells, 0.0f) {}
+    : Algorithm(name, desc, type), grids_(kRingSlots * kGridCells, 0.0f) {}
 
 bool LidarInterfere128::IsSupported(const std::string& lidarTypeName) {
   return lidarTypeName == kMarlo128;
@@ -47,7 +45,8 @@ void LidarInterfere128::ClearCache() {}
 
 bool LidarInterfere128::CellOf(const _ori_point& p, Cell& cell) {
   const double channel = static_cast<int32_t>(p.channel);
-  cell.column = GridCoordinate((p.hor_angle - kAngleOrigin) / kAngleStep, kColumns);
+  cell.column =
+      GridCoordinate((p.hor_angle - kSweepGridFirstAngle) / kSweepGridColumnStep, kColumns);
   cell.row = GridCoordinate((channel - kChannelOrigin) / kChannelStep, kRows);
   return cell.column >= 0 && cell.row >= 0;
 }

@@ -6,15 +6,16 @@
 
 #include <cstddef>
 
-#include "framework/AlgoBase.h"
+#include "framework/AlgoCommon.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class LidarInterfere128 : public AlgoBase {
+class LidarInterfere128 : public Algorithm {
  public:
-  // Cells of one grid: 720 angle columns by 129 channel rows (one spare row past the last
+  // Cells of one grid: the sweep grid's columns by 129 channel rows (one spare row past the last
   // channel, so the neighbour cells of the last row stay inside the grid).
-  static constexpr int32_t kColumns = 720;
+  static constexpr int32_t kColumns = kSweepGridColumns;
   static constexpr int32_t kRows = 128;
   static constexpr std::size_t kGridCells = static_cast<std::size_t>(kColumns) * (kRows + 1);
   static constexpr int32_t kHistoryFrames = 5;
@@ -22,7 +23,6 @@ class LidarInterfere128 : public AlgoBase {
 
   LidarInterfere128(const std::string& name, const std::string& desc, LidarType type);
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;

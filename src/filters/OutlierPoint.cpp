@@ -1,8 +1,8 @@
 #include "filters/OutlierPoint.h"
 
 #include <cmath>
-#include <limits>
 
+#include "framework/AlgoCommon.h"
 #include "framework/about.h"
 
 namespace velmar {
@@ -24,8 +24,7 @@ constexpr std::size_t kColumnModelPoints = 128;
 // leaves the 32-bit range is far by any measure; a NaN is never far.
 bool WholeMetresExceed(double diff, double t) {
   const double whole = std::trunc(diff);
-  if (whole > static_cast<double>(std::numeric_limits<int32_t>::max()) ||
-      whole < static_cast<double>(std::numeric_limits<int32_t>::lowest())) {
+  if (!HoldsWhole<int32_t>(whole) && !std::isnan(whole)) {
     return true;
   }
   return std::fabs(whole) > t;
@@ -103,7 +102,9 @@ void OutlierPoint::FilterOutlierPoint_2(std::vector<_ori_point>& frame, double m
 }
 
 // At the ends of a run the line test is the neighbour's (the second point, or the last but one,
-// against the line through its own neighbours): the filter has always judged ends this way.
+// against the line through its own neighbours): an end has no line of its own, so it is judged
+// by its neighbour's, in the 16-point runs of Orvik16, Brisel and Orvik48 and in the 64-point
+// columns of QuillA2 alike.
 void OutlierPoint::FilterPointInRun(std::vector<_ori_point>& frame, std::size_t run_begin,
                                     std::size_t run_end, std::size_t index, double t) {
   const auto range = [&](std::ptrdiff_t offset) {

@@ -6,19 +6,18 @@
 #include <cstddef>
 #include <vector>
 
-#include "framework/AlgoBase.h"
+#include "framework/AlgoCommon.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class OutlierPoint : public AlgoBase {
+class OutlierPoint : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   // Runs of 16 channels, each judged by itself ("Orvik16", "Brisel", "Orvik48").
   void FilterOutlierPoint_1(std::vector<_ori_point>& frame, double multiple,
@@ -27,9 +26,8 @@ class OutlierPoint : public AlgoBase {
   void FilterOutlierPoint_2(std::vector<_ori_point>& frame, double multiple,
                             double min_thresh) const;
 
-  // pi/180 as the single-precision constant it has always been, widened.
-  double deg_to_rad = static_cast<double>(static_cast<float>(3.14159265358979323846 / 180.0));
-  double angle_orvik16 = 0.7;  // angular steps between channels, degrees
+  double deg_to_rad = kDegToRadF;  // widened from single precision, see kDegToRadF
+  double angle_orvik16 = 0.7;      // angular steps between channels, degrees
   double angle_fixed = 0.5;
   double angle_column = 0.46;
   double threshold_multiple = 4.0;

@@ -58,6 +58,8 @@ RainfogFilter::PulseLimits RainfogFilter::ApplyPreset() {
 }
 
 void RainfogFilter::Process(std::vector<_ori_point>& frame) {
+  // Applied on every call, deliberately: a preset overrides the configured thresholds for good
+  // (they stay overwritten after the frame), and the pulse limits exist only through it.
   const PulseLimits limits = ApplyPreset();
   for (_ori_point& p : frame) {
     const double d = p.distance;

@@ -2,19 +2,17 @@
 #ifndef VELMAR_FILTERS_RAINFOG_FILTER_H
 #define VELMAR_FILTERS_RAINFOG_FILTER_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class RainfogFilter : public AlgoBase {
+class RainfogFilter : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   double valid_distance_range = 15.0;    // far band: small_blind_distance < d < this
   double small_blind_distance = 4.0;     // near band: d <= this

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "filters/SunlightCommon.h"
+#include "framework/AlgoCommon.h"
 #include "framework/about.h"
 
 namespace velmar {
@@ -24,19 +25,14 @@ constexpr bool kWithoutPulseTest = false;
 // Ranges and pulse widths are compared in whole units: the difference truncated toward zero,
 // without sign. A difference that no 32-bit integer holds, or NaN, is beyond any tolerance.
 double WholeUnitGap(double difference) {
-  constexpr double kLowest = static_cast<double>(std::numeric_limits<int32_t>::lowest());
-  constexpr double kMax = static_cast<double>(std::numeric_limits<int32_t>::max());
   const double whole = std::trunc(difference);
-  if (!(whole >= kLowest && whole <= kMax)) {
-    return std::numeric_limits<double>::infinity();
-  }
-  return std::fabs(whole);
+  return HoldsWhole<int32_t>(whole) ? std::fabs(whole) : std::numeric_limits<double>::infinity();
 }
 
 }  // namespace
 
 SunlightNoise::SunlightNoise(const std::string& name, const std::string& desc, LidarType type)
-    : AlgoBase(name, desc, type), skip_mirror_one(SkipsMirrorOne(type)), history_(kWindowFrames) {}
+    : Algorithm(name, desc, type), skip_mirror_one(SkipsMirrorOne(type)), history_(kWindowFrames) {}
 
 bool SunlightNoise::IsSupported(const std::string& lidarTypeName) {
   return lidarTypeName == kMarlo256 || lidarTypeName == kMarlo256_SmallBlind ||

@@ -8,15 +8,14 @@
 #include <cstddef>
 
 #include "filters/FrameHistory.h"
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class SunlightNoise : public AlgoBase {
+class SunlightNoise : public Algorithm {
  public:
   SunlightNoise(const std::string& name, const std::string& desc, LidarType type);
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
@@ -25,6 +24,9 @@ class SunlightNoise : public AlgoBase {
   // Frames kept in the history; a frame is handed back half this many calls after it came in.
   static constexpr std::size_t kWindowFrames = 10;
 
+  // The constructor's defaults, kept on purpose: ParseParams replaces the five configured values
+  // (the reflect thresholds, valid_distance and both windows) with 0 when their keys are
+  // missing, so these show only on an instance that has not read its parameters.
   double energy_floor = 70.0;  // weaker points are deleted, weaker neighbours give no support
   // Running minimum of the range tolerance; it lives as long as the object, across cache clears.
   double min_range_tolerance = 0.1;
@@ -37,6 +39,8 @@ class SunlightNoise : public AlgoBase {
   int32_t echo0_support = 5;             // support a first echo needs to exceed
   int32_t echo1_support = 3;             // support a second echo needs to exceed
   double current_range_tolerance = 0.2;  // tolerance of the point being judged
+  // Read and stored so that the parameter map shows them, and deliberately never compared: the
+  // strong-echo bounds the filter trusts are fixed (see SunlightNoise.cpp). Kept on purpose.
   double left_reflect_threshold = 100.0;
   double right_reflect_threshold = 400.0;
   bool skip_mirror_one;
@@ -58,8 +62,10 @@ class SunlightNoise : public AlgoBase {
                      Support& support) const;
   void AddMidpointSupport(const Frame& frame, std::size_t index, Support& support) const;
 
-  // Marks the support as sufficient once it exceeds what the point's echo needs; stays so.
+  // Not a pure test: it marks `support` as sufficient once the count exceeds what the point's
+  // echo needs (and it stays so), then answers whether it is.
   bool IsValidPoint(const _ori_point& p, Support& support) const;
+  // Not a test either: it adds q's support for p to the count.
   void IsNearbyPoint(const _ori_point& p, const _ori_point& q, bool pulse_test,
                      Support& support) const;
 

@@ -20,7 +20,7 @@ constexpr float kSpreadMinStart = 200.0f;
 }  // namespace
 
 SunlightNoise2::SunlightNoise2(const std::string& name, const std::string& desc, LidarType type)
-    : AlgoBase(name, desc, type), skip_mirror_one(SkipsMirrorOne(type)) {}
+    : Algorithm(name, desc, type), skip_mirror_one(SkipsMirrorOne(type)) {}
 
 bool SunlightNoise2::IsSupported(const std::string& lidarTypeName) {
   return lidarTypeName == kMarlo256 || lidarTypeName == kMarlo256_SmallBlind;
@@ -32,7 +32,7 @@ void SunlightNoise2::ClearCache() {
 
 void SunlightNoise2::Process(std::vector<_ori_point>& frame) {
   if (previous_.empty()) {
-    KeepRanges(frame, previous_);
+    CopyRanges(frame, previous_);
     return;
   }
   // Two columns of 64 share one echo index; a single column is continued by the previous frame.
@@ -67,7 +67,7 @@ void SunlightNoise2::Process(std::vector<_ori_point>& frame) {
   previous_.swap(current_);
 }
 
-void SunlightNoise2::KeepRanges(const std::vector<_ori_point>& frame, std::vector<double>& ranges) {
+void SunlightNoise2::CopyRanges(const std::vector<_ori_point>& frame, std::vector<double>& ranges) {
   ranges.resize(frame.size());
   for (std::size_t i = 0; i < frame.size(); ++i) {
     ranges[i] = frame[i].distance;

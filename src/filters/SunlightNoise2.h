@@ -6,18 +6,17 @@
 #include <cstddef>
 #include <vector>
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class SunlightNoise2 : public AlgoBase {
+class SunlightNoise2 : public Algorithm {
  public:
   SunlightNoise2(const std::string& name, const std::string& desc, LidarType type);
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
-  void ParseParams() override {}  // the thresholds are tuned for the supported models
+  // No ParseParams: the thresholds are tuned for the supported models.
   void ClearCache() override;
 
   bool skip_mirror_one;
@@ -28,7 +27,7 @@ class SunlightNoise2 : public AlgoBase {
     int32_t count;
   };
 
-  static void KeepRanges(const std::vector<_ori_point>& frame, std::vector<double>& ranges);
+  static void CopyRanges(const std::vector<_ori_point>& frame, std::vector<double>& ranges);
   // The unfiltered range of the same channel one column earlier: the first column of the frame
   // continues the last column of the previous frame. nullptr when that point does not exist.
   const double* GetPreColumRange(std::size_t index) const;

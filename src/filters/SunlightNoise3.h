@@ -2,19 +2,17 @@
 #ifndef VELMAR_FILTERS_SUNLIGHT_NOISE3_H
 #define VELMAR_FILTERS_SUNLIGHT_NOISE3_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class SunlightNoise3 : public AlgoBase {
+class SunlightNoise3 : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
-  void ParseParams() override {}  // the thresholds are tuned for the one supported model
-  void ClearCache() override {}
+  // No ParseParams: the thresholds are tuned for the one supported model.
 
   double max_distance = 3.0;
   double strength_threshold = 0.9;

@@ -1,10 +1,11 @@
-// The base of every algorithm of the pipeline, and the helpers with which algorithms read their
-// parameters from the configuration.
+// The base of every algorithm of the pipeline: what the pipeline hands an algorithm at creation
+// and the five operations through which it drives it. Hosts build against this layout, so it
+// stays exactly this: the fields in this order and every operation pure, in this slot order.
+// What the algorithms have in common beyond that lives in Algorithm.h.
 #ifndef VELMAR_FRAMEWORK_ALGO_BASE_H
 #define VELMAR_FRAMEWORK_ALGO_BASE_H
 
 #include <cstdint>
-#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -31,32 +32,7 @@ class AlgoBase {
   std::map<std::string, std::string> str_params;
   LidarType lidar_type;
   uint32_t id = 0;
-
- protected:
-  // Each Read* leaves `field` as it is when `key` is absent and reports whether it was present.
-  bool ReadParam(const std::string& key, double& field) const;
-  bool ReadParam(const std::string& key, float& field) const;    // narrowed to single precision
-  bool ReadParam(const std::string& key, int32_t& field) const;  // truncated toward zero
-  bool ReadParam(const std::string& key, uint32_t& field) const;
-  bool ReadParam(const std::string& key, std::string& field) const;
-
-  // The value of `key`, or 0 after inserting `key` with value 0 when it is absent.
-  double ParamOrInsertZero(const std::string& key);
-
-  bool HasAllParams(std::initializer_list<const char*> keys) const;
-
-  // "[algo]:<Class> param is invalid!" and "[algo]:<Class> <key> is not in the correct range!".
-  static void PrintParamInvalid(const char* className);
-  static void PrintParamOutOfRange(const char* className, const std::string& key);
 };
-
-// Truncates toward zero; out-of-range values saturate at the type's limits and NaN reads as 0, so
-// no configuration value can make the conversion undefined.
-int32_t TruncateToInt32(double value);
-uint32_t TruncateToUint32(double value);
-
-// Writes one diagnostic line to standard output, ended by std::endl.
-void PrintLine(const std::string& line);
 
 }  // namespace velmar
 

@@ -1,9 +1,11 @@
-// Small point helpers and packet shapes that several algorithms share.
+// What several algorithms share: point helpers, numeric conversions, packet shapes and the sweep
+// grid. Anything two algorithms need alike is written here once.
 #ifndef VELMAR_FRAMEWORK_ALGO_COMMON_H
 #define VELMAR_FRAMEWORK_ALGO_COMMON_H
 
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 
 #include "velmar/lidar_algo.h"
@@ -47,12 +49,55 @@ inline float FloatCeiling(double value) {
              : nearest;
 }
 
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kDegToRad = kPi / 180.0;
+// pi/180 rounded to single precision, on purpose: configured mountings and outlier thresholds
+// were calibrated with this factor, and the exact value would shift every result slightly.
+constexpr float kDegToRadF = static_cast<float>(kDegToRad);
+
+// Whether `whole`, a value already truncated toward zero, is one that `Int` can hold. False for
+// NaN. Rules that compare "in whole units" truncate as a conversion to a 32-bit integer would;
+// each decides for itself what a value beyond that range means.
+template <typename Int>
+inline bool HoldsWhole(double whole) {
+  // Both limits are exactly representable as doubles for 32-bit types.
+  return whole >= static_cast<double>(std::numeric_limits<Int>::lowest()) &&
+         whole <= static_cast<double>(std::numeric_limits<Int>::max());
+}
+
+// Truncates toward zero; out-of-range values saturate at the type's limits and NaN reads as 0, so
+// no configuration value can make the conversion undefined.
+template <typename Int>
+inline Int TruncateSaturating(double value) {
+  if (std::isnan(value)) {
+    return 0;
+  }
+  const double whole = std::trunc(value);
+  if (HoldsWhole<Int>(whole)) {
+    return static_cast<Int>(whole);
+  }
+  return whole < 0.0 ? std::numeric_limits<Int>::lowest() : std::numeric_limits<Int>::max();
+}
+inline int32_t TruncateToInt32(double value) {
+  return TruncateSaturating<int32_t>(value);
+}
+inline uint32_t TruncateToUint32(double value) {
+  return TruncateSaturating<uint32_t>(value);
+}
+
 // Packet shapes of the column-structured sensors: columns of 48 or 64 points in channel order,
 // packed two or four to a packet.
 constexpr std::size_t kPacketPoints96 = 96;
 constexpr std::size_t kPacketPoints128 = 128;
 constexpr std::size_t kPacketPoints192 = 192;
 constexpr std::size_t kColumnPoints64 = 64;
+
+// The column grid of a mirror face's sweep, over which the motion and interference filters keep
+// their range histories: 720 columns of 0.167 degrees from 30 degrees, which is the part of the
+// sweep every face covers.
+constexpr double kSweepGridFirstAngle = 30.0;   // degrees, where column 0 begins
+constexpr double kSweepGridColumnStep = 0.167;  // degrees per column
+constexpr int32_t kSweepGridColumns = 720;
 
 }  // namespace velmar
 

@@ -103,6 +103,33 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
 
 }  // namespace
 
+void CopyParams(const rapidjson::Value& param, AlgoBase& algo) {
+  for (auto it = param.MemberBegin(); it != param.MemberEnd(); ++it) {
+    const std::string key(it->name.GetString(), it->name.GetStringLength());
+    if (it->value.IsNumber()) {
+      algo.num_params[key] = it->value.GetDouble();
+      algo.str_params.erase(key);
+    } else if (it->value.IsString()) {
+      algo.str_params[key].assign(it->value.GetString(), it->value.GetStringLength());
+      algo.num_params.erase(key);
+    }
+  }
+}
+
+std::shared_ptr<AlgoBase> ConfigureAlgo(int64_t id, const std::string& name,
+                                        const std::string& desc, LidarType type,
+                                        const rapidjson::Value* param) {
+  std::shared_ptr<AlgoBase> algo = CreateAlgo(id, name, desc, type);
+  if (!algo) {
+    return nullptr;
+  }
+  if (param != nullptr && param->IsObject()) {
+    CopyParams(*param, *algo);
+  }
+  algo->ParseParams();
+  return algo;
+}
+
 std::shared_ptr<AlgoBase> CreateAlgo(int64_t id, const std::string& name, const std::string& desc,
                                      LidarType type) {
   std::shared_ptr<AlgoBase> algo = Construct(id, name, desc, type);

@@ -1,11 +1,14 @@
 // The id table: the configuration's numeric ids to algorithm classes. The id also fixes the order
-// in which a pipeline runs its algorithms.
+// in which a pipeline runs its algorithms. And configuring one algorithm from its "param" object,
+// which the pipeline's assembly, the tests and the benchmarks all do the same way.
 #ifndef VELMAR_FRAMEWORK_ALGO_FACTORY_H
 #define VELMAR_FRAMEWORK_ALGO_FACTORY_H
 
 #include <cstdint>
 #include <memory>
 #include <string>
+
+#include <rapidjson/document.h>
 
 #include "framework/AlgoBase.h"
 
@@ -18,6 +21,16 @@ constexpr int64_t kLastAlgoId = 35;
 // outside the table.
 std::shared_ptr<AlgoBase> CreateAlgo(int64_t id, const std::string& name, const std::string& desc,
                                      LidarType type);
+
+// Copies the members of a "param" object into the algorithm's two parameter maps: numbers as
+// doubles, strings as text; a later duplicate key replaces an earlier one.
+void CopyParams(const rapidjson::Value& param, AlgoBase& algo);
+
+// Creates the algorithm of `id`, fills its parameter maps from `param` (no parameters when null)
+// and lets it read them, printing its own messages; nullptr for an id outside the table.
+std::shared_ptr<AlgoBase> ConfigureAlgo(int64_t id, const std::string& name,
+                                        const std::string& desc, LidarType type,
+                                        const rapidjson::Value* param);
 
 }  // namespace velmar
 

@@ -1,5 +1,6 @@
 #include "framework/LidarAlgo.h"
 
+#include "framework/Messages.h"
 #include "framework/about.h"
 
 namespace velmar {

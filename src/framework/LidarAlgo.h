@@ -38,10 +38,6 @@ class LidarAlgo : public ILidarAlgo {
   std::mutex mutex;
 };
 
-// Copies the members of a "param" object into the algorithm's two parameter maps: numbers as
-// doubles, strings as text; a later duplicate key replaces an earlier one.
-void CopyParams(const rapidjson::Value& param, AlgoBase& algo);
-
 }  // namespace velmar
 
 #endif  // VELMAR_FRAMEWORK_LIDAR_ALGO_H

@@ -6,6 +6,7 @@
 
 #include "framework/AlgoFactory.h"
 #include "framework/LidarAlgo.h"
+#include "framework/Messages.h"
 #include "framework/about.h"
 
 namespace velmar {
@@ -27,19 +28,6 @@ std::string IdText(const rapidjson::Value& id) {
 }
 
 }  // namespace
-
-void CopyParams(const rapidjson::Value& param, AlgoBase& algo) {
-  for (auto it = param.MemberBegin(); it != param.MemberEnd(); ++it) {
-    const std::string key = Text(it->name);
-    if (it->value.IsNumber()) {
-      algo.num_params[key] = it->value.GetDouble();
-      algo.str_params.erase(key);
-    } else if (it->value.IsString()) {
-      algo.str_params[key].assign(it->value.GetString(), it->value.GetStringLength());
-      algo.num_params.erase(key);
-    }
-  }
-}
 
 bool LidarAlgo::ParseAlgoConfigFromFile(const std::string& path) {
   if (path.empty()) {
@@ -138,12 +126,8 @@ std::shared_ptr<AlgoBase> LidarAlgo::AssembleEntry(const rapidjson::Value& entry
     return nullptr;
   }
 
-  std::shared_ptr<AlgoBase> algo =
-      CreateAlgo(id->GetInt64(), Text(*name), desc ? Text(*desc) : std::string(), lidar_type);
-  if (param != nullptr) {
-    CopyParams(*param, *algo);
-  }
-  algo->ParseParams();
+  std::shared_ptr<AlgoBase> algo = ConfigureAlgo(
+      id->GetInt64(), Text(*name), desc ? Text(*desc) : std::string(), lidar_type, param);
   return AcceptsModel(*algo, lidarTypes) ? algo : nullptr;
 }
 

@@ -3,19 +3,16 @@
 #ifndef VELMAR_FRAMEWORK_PASS_THROUGH_ALGO_H
 #define VELMAR_FRAMEWORK_PASS_THROUGH_ALGO_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class PassThroughAlgo : public AlgoBase {
+class PassThroughAlgo : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& /*frame*/) override {}
   bool IsSupported(const std::string& /*lidarTypeName*/) override { return true; }
-  void ParseParams() override {}
-  void ClearCache() override {}
 };
 
 }  // namespace velmar

@@ -6,22 +6,21 @@
 
 #include <array>
 
-#include "framework/AlgoBase.h"
+#include "framework/AlgoCommon.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class CalculateRotateAllPointCloud : public AlgoBase {
+class CalculateRotateAllPointCloud : public Algorithm {
  public:
   using Vector3 = std::array<double, 3>;
   using Matrix3 = std::array<Vector3, 3>;  // row-major
 
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& /*lidarTypeName*/) override { return true; }
   void ParseParams() override;
-  void ClearCache() override {}
 
   // Angles in degrees; the rotation is applied about x first, then y, then z.
   void SetXYZRotateAngle(float rx, float ry, float rz);
@@ -31,9 +30,7 @@ class CalculateRotateAllPointCloud : public AlgoBase {
 
   bool x_forward = false;
   Vector3 trans = {0.0, 0.0, 0.0};
-  // pi/180 rounded to single precision on purpose: configured mountings were calibrated with
-  // this factor, and the exact value would shift every point slightly.
-  double deg_to_rad = static_cast<double>(static_cast<float>(3.14159265358979323846 / 180.0));
+  double deg_to_rad = kDegToRadF;  // widened from single precision, see kDegToRadF
   double sin_x = 0.0;
   double cos_x = 1.0;
   double sin_y = 0.0;

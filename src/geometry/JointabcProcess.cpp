@@ -1,6 +1,7 @@
 #include "geometry/JointabcProcess.h"
 
 #include "framework/AlgoCommon.h"
+#include "framework/Messages.h"
 #include "framework/about.h"
 #include "geometry/MirrorFaces.h"
 

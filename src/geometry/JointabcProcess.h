@@ -3,19 +3,17 @@
 #ifndef VELMAR_GEOMETRY_JOINTABC_PROCESS_H
 #define VELMAR_GEOMETRY_JOINTABC_PROCESS_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class JointabcProcess : public AlgoBase {
+class JointabcProcess : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   double node1 = 1.0;   // metres: below it only `one_face` is trusted
   double node2 = 10.0;  // metres: between the nodes only the faces of `two_face` are trusted

@@ -1,5 +1,6 @@
 #include "geometry/MirrorMotionCompensation.h"
 
+#include "framework/AlgoCommon.h"
 #include "framework/about.h"
 
 namespace velmar {

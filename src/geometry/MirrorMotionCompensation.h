@@ -3,20 +3,18 @@
 #ifndef VELMAR_GEOMETRY_MIRROR_MOTION_COMPENSATION_H
 #define VELMAR_GEOMETRY_MIRROR_MOTION_COMPENSATION_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 #include "geometry/MirrorFaces.h"
 
 namespace velmar {
 
-class MirrorMotionCompensation : public AlgoBase {
+class MirrorMotionCompensation : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   int32_t speed = 0;                                   // vehicle speed, km/h
   float face_offset[kFaceCount] = {0.0f, 0.0f, 0.0f};  // forward shift per face, metres

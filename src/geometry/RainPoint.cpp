@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "framework/Messages.h"
+
 namespace velmar {
 
 bool RainPoint::IsSupported(const std::string& /*lidarTypeName*/) {

@@ -2,19 +2,17 @@
 #ifndef VELMAR_GEOMETRY_RAIN_POINT_H
 #define VELMAR_GEOMETRY_RAIN_POINT_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class RainPoint : public AlgoBase {
+class RainPoint : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   double valid_distance = 6.0;
   double reflection_threshold = 40.0;

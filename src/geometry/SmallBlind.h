@@ -3,19 +3,17 @@
 #ifndef VELMAR_GEOMETRY_SMALL_BLIND_H
 #define VELMAR_GEOMETRY_SMALL_BLIND_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class SmallBlind : public AlgoBase {
+class SmallBlind : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   float separate_dist = 3.0f;  // metres
 };

@@ -3,19 +3,17 @@
 #ifndef VELMAR_GEOMETRY_SMALL_BLIND_MARLO128_H
 #define VELMAR_GEOMETRY_SMALL_BLIND_MARLO128_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class SmallBlindMarlo128 : public AlgoBase {
+class SmallBlindMarlo128 : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
   float separate_dist_f = 2.5f;  // metres, "Marlo128F"
   float separate_dist = 2.5f;    // metres, "Marlo128"

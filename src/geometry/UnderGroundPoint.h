@@ -2,19 +2,17 @@
 #ifndef VELMAR_GEOMETRY_UNDER_GROUND_POINT_H
 #define VELMAR_GEOMETRY_UNDER_GROUND_POINT_H
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 
 namespace velmar {
 
-class UnderGroundPoint : public AlgoBase {
+class UnderGroundPoint : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& /*lidarTypeName*/) override { return true; }
   void ParseParams() override;
-  void ClearCache() override {}
 
   float filter_ground_height = 0.87f;  // metres below the sensor; held in single precision
 };

@@ -1,10 +1,10 @@
 #include "ground/GroundDet.h"
 
 #include <cmath>
-#include <iostream>
 #include <limits>
 #include <new>
 
+#include "framework/Messages.h"
 #include "framework/about.h"
 
 namespace velmar {
@@ -110,7 +110,7 @@ bool GroundDet::Detect(const std::vector<_ori_point>& points) {
   const bool fitted = detector != nullptr && n <= std::numeric_limits<unsigned>::max() &&
                       detector->Detect(point_coords.data(), static_cast<unsigned>(n), 3);
   if (!fitted) {
-    std::cout << "failed to call ground detector!";
+    PrintUnterminated("failed to call ground detector!");
   }
   return fitted;
 }

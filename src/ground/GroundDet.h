@@ -6,27 +6,29 @@
 #include <memory>
 #include <vector>
 
-#include "framework/AlgoBase.h"
+#include "framework/Algorithm.h"
 #include "ground/i_ground.h"
 
 namespace velmar {
 
-class GroundDet : public AlgoBase {
+class GroundDet : public Algorithm {
  public:
-  using AlgoBase::AlgoBase;
+  using Algorithm::Algorithm;
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override {}
 
+  // Builds the detector and the work arrays. It does not look at the detector's own Init result,
+  // on purpose: a detector with bad parameters then simply fails every Detect.
   bool Init();
   bool Detect(const std::vector<_ori_point>& points);
+  // Despite its name it returns nothing: it copies the detector's fitted planes into plane_grid.
   void GetPlane();
   // True when the point lies over a usable plane and has been classified; its height above the
   // plane is then stored in `height` when one is given.
   bool FilterPointUsingGroundPlane(_ori_point& point, float* height = nullptr) const;
+  // Applies the removal rules to a classified point by its signed height above its plane.
   void PredictPoint(double height, _ori_point& point) const;
 
   // The plane grid, rows by y and columns by x; null before Init or when it could not be made.
@@ -52,7 +54,9 @@ class GroundDet : public AlgoBase {
   std::size_t max_withheld = std::size_t{1} << 20;
 
   // Work arrays of the last fit: index of each collected return, its x, y, z, and its height
-  // above its plane as it was given back (NaN for a return over no usable plane).
+  // above its plane as it was given back (NaN for a return over no usable plane). Nothing reads
+  // the indices (the detector takes coordinates only); they are kept on purpose, filled and
+  // grown with the others, because they belong to the detector wrapper's fixed work layout.
   std::vector<int32_t> point_indices;
   std::vector<float> point_coords;
   std::vector<float> point_heights;

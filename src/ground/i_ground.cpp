@@ -4,16 +4,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iostream>
 #include <limits>
+
+#include "framework/AlgoCommon.h"
+#include "framework/Messages.h"
 
 namespace velmar {
 namespace {
 
 // Same seed for every Detect: a frame's planes depend on that frame alone.
 constexpr uint32_t kSeed = 20260611u;
-constexpr double kPi = 3.14159265358979323846;
-constexpr float kDegToRad = static_cast<float>(kPi / 180.0);
 // Whatever the terrain, a plane leaning further than this from the sensor's vertical axis is a
 // wall or a car side, never ground; it bounds the hypotheses before the finer orientation check.
 constexpr float kMaxGroundTiltDeg = 30.0f;
@@ -104,7 +104,7 @@ bool PlaneFitGroundDetectorParam::Validate() const {
                      roi_region_rad_y > 0.0f && roi_region_rad_z > 0.0f &&
                      planefit_dist_threshold_near <= planefit_dist_threshold_far;
   if (!valid) {
-    std::cerr << "Invalid ground detector parameters... " << std::endl;
+    PrintErrorLine("Invalid ground detector parameters... ");
   }
   return valid;
 }
@@ -130,8 +130,8 @@ bool PlaneFitGroundDetector::Init() {
   fine_size_y_ = extent_y / static_cast<float>(fine_cells_);
   coarse_size_x_ = extent_x / static_cast<float>(coarse_cells_);
   coarse_size_y_ = extent_y / static_cast<float>(coarse_cells_);
-  max_tilt_cos_ = std::cos(kMaxGroundTiltDeg * kDegToRad);
-  orientation_cos_ = std::cos(param_.planefit_orien_threshold * kDegToRad);
+  max_tilt_cos_ = std::cos(kMaxGroundTiltDeg * kDegToRadF);
+  orientation_cos_ = std::cos(param_.planefit_orien_threshold * kDegToRadF);
   AllocateGrids();
   BuildNeighbourOffsets();
   Reserve(param_.nr_points_max);

@@ -13,8 +13,9 @@
 
 namespace velmar {
 
-// Angles that open and close a revolution: a sweep starts below 30 degrees and ends beyond 150.
-constexpr double kRevolutionStartAngle = 30.0;
+// Angles that open and close a revolution: a face's sweep starts before the grid's first column
+// and ends beyond 150 degrees.
+constexpr double kRevolutionStartAngle = kSweepGridFirstAngle;
 constexpr double kRevolutionEndAngle = 150.0;
 
 // How the history of one cell judges a range.
@@ -31,10 +32,10 @@ struct HistoryVotes {
 class MotionGrid {
  public:
   static constexpr int32_t kNoCell = -1;
-  static constexpr int32_t kColumns = 720;
+  static constexpr int32_t kColumns = kSweepGridColumns;
   static constexpr int32_t kHistoryDepth = 10;
-  static constexpr double kAngleOrigin = 30.0;  // degrees
-  static constexpr double kAngleStep = 0.167;   // degrees per column
+  static constexpr double kAngleOrigin = kSweepGridFirstAngle;
+  static constexpr double kAngleStep = kSweepGridColumnStep;
   static constexpr double kRowOrigin = 0.0;
   static constexpr double kRowStep = 1.0;
   // Two column steps in radians: a target this far off at the same range still counts as the
@@ -88,7 +89,6 @@ class MotionGrid {
     return true;
   }
   void Rearm() { pushed_ = false; }
-  bool Pushed() const { return pushed_; }
   int32_t FramesSeen() const { return frames_seen_; }
 
  private:

@@ -13,32 +13,17 @@ constexpr double kMovingFlag = 1.0;
 }  // namespace
 
 MotionPoint::MotionPoint(const std::string& name, const std::string& desc, LidarType type)
-    : AlgoBase(name, desc, type), grid_(kGridRows, kGridSubCells) {}
-
-bool MotionPoint::IsSupported(const std::string& lidarTypeName) {
-  return lidarTypeName == kQuillA4 || lidarTypeName == kZephelB2_B3_MP;
-}
-
-void MotionPoint::ParseParams() {
-  ReadParam("debug_using_echo", debug_using_echo);
-  ReadParam("num_thred", num_thred);
-  ReadParam("num_thred_neigh", num_thred_neigh);
-  ReadParam("r_thred", r_thred);
-}
-
-int32_t MotionPoint::ComputeGridID(double hor_angle, uint32_t channel, uint32_t mirror) const {
-  return grid_.ComputeGridID(hor_angle, channel, mirror);
-}
+    : HistoryVoteAlgorithm(name, desc, type, kGridRows, kGridSubCells) {}
 
 bool MotionPoint::ShouldKeepPoint(int32_t id, double range) const {
+  return ShouldKeepPoint(MotionGrid::Cell{id, grid_.IndexOf(id)}, range);
+}
+
+bool MotionPoint::ShouldKeepPoint(const MotionGrid::Cell& cell, double range) const {
   if (grid_.WarmingUp()) {
     return true;
   }
-  return IsStatic(MotionGrid::Cell{id, grid_.IndexOf(id)}, range);
-}
-
-bool MotionPoint::IsStatic(const MotionGrid::Cell& cell, double range) const {
-  return MotionGrid::IsStatic(grid_.Vote(cell, range, r_thred), num_thred, num_thred_neigh);
+  return VotesStatic(cell, range);
 }
 
 void MotionPoint::Process(std::vector<_ori_point>& frame) {
@@ -47,7 +32,7 @@ void MotionPoint::Process(std::vector<_ori_point>& frame) {
     if (cell.Valid()) {
       // The map is never cleared: a cell keeps the last range seen in it until seen again.
       grid_.Record(cell, point.distance);
-      if (!grid_.WarmingUp() && !IsStatic(cell, point.distance)) {
+      if (!ShouldKeepPoint(cell, point.distance)) {
         point.motion_flag = kMovingFlag;
       }
     }

@@ -3,36 +3,24 @@
 #ifndef VELMAR_MOTION_MOTION_POINT_H
 #define VELMAR_MOTION_MOTION_POINT_H
 
-#include "framework/AlgoBase.h"
-#include "motion/MotionGrid.h"
+#include "motion/HistoryVoteAlgorithm.h"
 
 namespace velmar {
 
-class MotionPoint : public AlgoBase {
+// "debug_using_echo" is accepted for configuration compatibility and writes nothing here.
+class MotionPoint : public HistoryVoteAlgorithm {
  public:
   MotionPoint(const std::string& name, const std::string& desc, LidarType type);
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
-  bool IsSupported(const std::string& lidarTypeName) override;
-  void ParseParams() override;
-  // The history describes the scene, not one frame, so there is nothing to forget.
-  void ClearCache() override {}
+  // No ClearCache: the history describes the scene, not one frame, so there is nothing to forget.
 
-  int32_t ComputeGridID(double hor_angle, uint32_t channel, uint32_t mirror) const;
+  // By cell id, kept on purpose for hosts and tests that probe single cells; frames go through
+  // the Cell form, which needs no id lookup.
   bool ShouldKeepPoint(int32_t id, double range) const;
 
-  const MotionGrid& Grid() const { return grid_; }
-
-  int32_t debug_using_echo = -1;  // accepted for configuration compatibility; writes nothing
-  int32_t num_thred = 6;
-  int32_t num_thred_neigh = 3;
-  double r_thred = 0.1;
-
  private:
-  bool IsStatic(const MotionGrid::Cell& cell, double range) const;
-
-  MotionGrid grid_;
+  bool ShouldKeepPoint(const MotionGrid::Cell& cell, double range) const;
 };
 
 }  // namespace velmar

@@ -51,9 +51,8 @@ int32_t SubCellsFor(LidarType type) {
 }  // namespace
 
 UndistortPoint::UndistortPoint(const std::string& name, const std::string& desc, LidarType type)
-    : AlgoBase(name, desc, type),
+    : HistoryVoteAlgorithm(name, desc, type, RowsFor(type), SubCellsFor(type)),
       model_(ModelOf(type)),
-      grid_(RowsFor(type), SubCellsFor(type)),
       background_(static_cast<std::size_t>(grid_.CellCount()), kUnknownBackground),
       reference_index_(static_cast<std::size_t>(grid_.CellCount()), kNoReference) {
   const bool marlo =
@@ -85,21 +84,10 @@ UndistortPoint::Model UndistortPoint::ModelOf(LidarType type) {
   }
 }
 
-bool UndistortPoint::IsSupported(const std::string& lidarTypeName) {
-  return lidarTypeName == kQuillA4 || lidarTypeName == kZephelB2_B3_MP;
-}
-
 void UndistortPoint::ParseParams() {
-  ReadParam("debug_using_echo", debug_using_echo);
-  ReadParam("num_thred", num_thred);
-  ReadParam("num_thred_neigh", num_thred_neigh);
-  ReadParam("r_thred", r_thred);
+  HistoryVoteAlgorithm::ParseParams();
   ReadParam("dis_redund_thred", dis_redund_thred);
   ReadParam("dis_smallblind_thred", dis_smallblind_thred);
-}
-
-int32_t UndistortPoint::ComputeGridID(double hor_angle, uint32_t channel, uint32_t mirror) const {
-  return grid_.ComputeGridID(hor_angle, channel, mirror);
 }
 
 int32_t UndistortPoint::ComputeGridIDMarlo128H(double hor_angle, uint32_t channel,
@@ -252,6 +240,8 @@ void UndistortPoint::CompensatePoint(_ori_point& point, double r) {
 
 void UndistortPoint::Process(std::vector<_ori_point>& frame) {
   if (model_ == Model::kMarlo256 || model_ == Model::kMarlo128H) {
+    // Deliberately forced on every frame, over any configured "r_thred": the interleaved faces
+    // of these two models need the wider agreement band for every vote of the history.
     r_thred = kMarloRangeThreshold;
   }
   extra_points_.clear();
@@ -262,7 +252,7 @@ void UndistortPoint::Process(std::vector<_ori_point>& frame) {
   bool frame_end = false;
   for (_ori_point& point : frame) {
     HandlePoint(point);
-    frame_end = FrameEndsAt(point);
+    frame_end = TrackRevolution(point);
   }
   frame.insert(frame.end(), extra_points_.begin(), extra_points_.end());
   if (frame_end && grid_.PushOnce()) {
@@ -380,9 +370,7 @@ void UndistortPoint::Label(_ori_point& point, int32_t offset) const {
   }
 }
 
-// Notes whether `point` closes the revolution, and re-arms the history push when it opens the
-// next one.
-bool UndistortPoint::FrameEndsAt(const _ori_point& point) {
+bool UndistortPoint::TrackRevolution(const _ori_point& point) {
   switch (model_) {
     case Model::kMarlo256:
     case Model::kMarlo128H:

@@ -7,18 +7,15 @@
 
 #include <vector>
 
-#include "framework/AlgoBase.h"
-#include "motion/MotionGrid.h"
+#include "motion/HistoryVoteAlgorithm.h"
 
 namespace velmar {
 
-class UndistortPoint : public AlgoBase {
+class UndistortPoint : public HistoryVoteAlgorithm {
  public:
   UndistortPoint(const std::string& name, const std::string& desc, LidarType type);
 
-  uint32_t Id() const override { return id; }
   void Process(std::vector<_ori_point>& frame) override;
-  bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
   // Forgets the reference returns of the frame under way; the history and the background
   // learned so far stay, since they describe the scene rather than one frame.
@@ -27,8 +24,9 @@ class UndistortPoint : public AlgoBase {
     references_.clear();
   }
 
-  // The cell of a return (kNoCell outside the grid or the model's channel range).
-  int32_t ComputeGridID(double hor_angle, uint32_t channel, uint32_t mirror) const;
+  // The named operations of the filter by cell id, kept on purpose for hosts and tests that
+  // probe single cells; frames go through the private Cell forms, which need no id lookup.
+  // The cell of a Marlo return (kNoCell outside the grid or the model's channel range).
   int32_t ComputeGridIDMarlo128H(double hor_angle, uint32_t channel, uint32_t mirror) const;
 
   // Whether the return agrees with its cell's history; also learns the cell's background.
@@ -45,15 +43,10 @@ class UndistortPoint : public AlgoBase {
   // Moves the point along its own direction to range `r`; `distance` is left as measured.
   static void CompensatePoint(_ori_point& point, double r);
 
-  const MotionGrid& Grid() const { return grid_; }
   float Background(int32_t id) const {
     return background_[static_cast<std::size_t>(grid_.IndexOf(id))];
   }
 
-  int32_t debug_using_echo = -1;
-  int32_t num_thred = 6;
-  int32_t num_thred_neigh = 3;
-  double r_thred = 0.1;
   float dis_redund_thred;
   float dis_smallblind_thred = 2.5f;
 
@@ -76,11 +69,11 @@ class UndistortPoint : public AlgoBase {
   bool ReemitsReferences() const { return model_ != Model::kZephel && model_ != Model::kMarlo128; }
   void RemoveUnreferenced(_ori_point& point, bool blind) const;
   void Label(_ori_point& point, int32_t offset) const;
-  bool FrameEndsAt(const _ori_point& point);
+  // Whether `point` closes the revolution; re-arms the history push when it opens the next one.
+  bool TrackRevolution(const _ori_point& point);
   void StartNextRevolution();
 
   Model model_;
-  MotionGrid grid_;
   // Per cell, by storage index.
   std::vector<float> background_;       // -1 unknown, 0 known empty, else the static range
   std::vector<float> reference_index_;  // index into reference_ranges_, -1 for none

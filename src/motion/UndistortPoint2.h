@@ -10,7 +10,6 @@ class UndistortPoint2 : public UndistortPoint {
  public:
   using UndistortPoint::UndistortPoint;
 
-  uint32_t Id() const override { return id; }
   bool IsSupported(const std::string& lidarTypeName) override;
 };
 

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "framework/AlgoBase.h"
+#include "framework/AlgoCommon.h"
 #include "framework/about.h"
 
 namespace velmar {

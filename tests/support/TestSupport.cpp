@@ -65,21 +65,18 @@ bool SameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& 
 
 std::shared_ptr<AlgoBase> MakeAlgo(int id, LidarType type, const std::string& params,
                                    std::string* output) {
-  std::shared_ptr<AlgoBase> algo = CreateAlgo(id, "test", "", type);
-  if (!algo) {
-    ADD_FAILURE() << "no algorithm for id " << id;
-    return nullptr;
-  }
   rapidjson::Document document;
   document.Parse(params.c_str());
   if (document.HasParseError() || !document.IsObject()) {
     ADD_FAILURE() << "test parameters are not a JSON object: " << params;
     return nullptr;
   }
-  const std::string printed = CaptureOutput([&] {
-    CopyParams(document, *algo);
-    algo->ParseParams();
-  });
+  std::shared_ptr<AlgoBase> algo;
+  const std::string printed =
+      CaptureOutput([&] { algo = ConfigureAlgo(id, "test", "", type, &document); });
+  if (!algo) {
+    ADD_FAILURE() << "no algorithm for id " << id;
+  }
   if (output != nullptr) {
     *output = printed;
   }

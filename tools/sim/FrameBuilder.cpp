@@ -4,13 +4,13 @@
 #include <cmath>
 #include <cstring>
 
+#include "framework/AlgoCommon.h"
 #include "sim/Truth.h"
 
 namespace velmar {
 namespace sim {
 namespace {
 
-constexpr double kDegToRad = 3.14159265358979323846 / 180.0;
 constexpr double kRangeNoiseSigma = 0.02;  // metres, on surface returns
 constexpr double kMaxIntensity = 255.0;
 // Pulse width of a diffuse surface grows with the log of the received energy; a

@@ -1,12 +1,11 @@
 #include "sim/SensorModel.h"
 
+#include "framework/AlgoCommon.h"
+
 namespace velmar {
 namespace sim {
 namespace {
 
-constexpr double kStartAngleDeg = 30.0;
-constexpr double kColumnStepDeg = 0.167;
-constexpr uint32_t kGridColumns = 720;
 // Two columns on each side of the grid: the sweep starts just before 30 degrees and ends just
 // after the last grid column, so every sweep crosses both ends of the field.
 constexpr uint32_t kTurnColumns = 2;
@@ -45,10 +44,10 @@ SensorModel BaseModel(const std::string& name, LidarType type, uint32_t channels
   m.channels = channels;
   m.firstChannel = 1;
   m.faces = kMirrorFaces;
-  m.gridColumns = kGridColumns;
+  m.gridColumns = static_cast<uint32_t>(kSweepGridColumns);
   m.turnColumns = kTurnColumns;
-  m.startAngleDeg = kStartAngleDeg;
-  m.columnStepDeg = kColumnStepDeg;
+  m.startAngleDeg = kSweepGridFirstAngle;
+  m.columnStepDeg = kSweepGridColumnStep;
   m.packetPoints = packetPoints;
   m.facePeriodSec = kFacePeriodSec;
   m.maxRange = maxRange;

@@ -7,17 +7,18 @@
 #include <filesystem>
 #include <iostream>
 
+#include "framework/about.h"
+
 namespace velmar {
 namespace tools {
 namespace {
 
 constexpr int kFirstModel = 0;
-constexpr int kModelCount = 22;
 constexpr int kProgressWidth = 30;
 
 std::string KnownModels() {
   std::string names;
-  for (int type = kFirstModel; type < kModelCount; ++type) {
+  for (int type = kFirstModel; type < kLidarTypeCount; ++type) {
     names += (names.empty() ? "" : ", ") + LidarTypeToStr(type);
   }
   return names;
@@ -50,7 +51,7 @@ void RunGuarded(const std::string& command, const std::function<void()>& body) {
 }
 
 LidarType ParseModel(const std::string& name) {
-  for (int type = kFirstModel; type < kModelCount; ++type) {
+  for (int type = kFirstModel; type < kLidarTypeCount; ++type) {
     if (LidarTypeToStr(type) == name) {
       return static_cast<LidarType>(type);
     }

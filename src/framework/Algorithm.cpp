@@ -1,0 +1,70 @@
+#include "framework/Algorithm.h"
+
+#include "framework/AlgoCommon.h"
+#include "framework/Messages.h"
+
+namespace velmar {
+
+bool Algorithm::ReadParam(const std::string& key, double& field) const {
+  const auto it = num_params.find(key);
+  if (it == num_params.end()) {
+    return false;
+  }
+  field = it->second;
+  return true;
+}
+
+// The numeric fields of other types read the double and convert it.
+template <typename Field, typename Convert>
+bool Algorithm::ReadConverted(const std::string& key, Field& field, Convert convert) const {
+  double value = 0.0;
+  if (!ReadParam(key, value)) {
+    return false;
+  }
+  field = convert(value);
+  return true;
+}
+
+bool Algorithm::ReadParam(const std::string& key, float& field) const {
+  return ReadConverted(key, field, [](double v) { return static_cast<float>(v); });
+}
+
+bool Algorithm::ReadParam(const std::string& key, int32_t& field) const {
+  return ReadConverted(key, field, TruncateToInt32);
+}
+
+bool Algorithm::ReadParam(const std::string& key, uint32_t& field) const {
+  return ReadConverted(key, field, TruncateToUint32);
+}
+
+bool Algorithm::ReadParam(const std::string& key, std::string& field) const {
+  const auto it = str_params.find(key);
+  if (it == str_params.end()) {
+    return false;
+  }
+  field = it->second;
+  return true;
+}
+
+double Algorithm::ParamOrInsertZero(const std::string& key) {
+  return num_params[key];
+}
+
+bool Algorithm::HasAllParams(std::initializer_list<const char*> keys) const {
+  for (const char* key : keys) {
+    if (num_params.find(key) == num_params.end()) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void Algorithm::PrintParamInvalid(const char* className) {
+  PrintLine(std::string("[algo]:") + className + " param is invalid!");
+}
+
+void Algorithm::PrintParamOutOfRange(const char* className, const std::string& key) {
+  PrintLine(std::string("[algo]:") + className + " " + key + " is not in the correct range!");
+}
+
+}  // namespace velmar

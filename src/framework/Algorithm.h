@@ -1,0 +1,50 @@
+// The class every algorithm of the library derives from. AlgoBase keeps every operation pure, as
+// the host-side layout fixes it, so without this class each algorithm would restate the answer
+// to Id() and empty ParseParams and ClearCache bodies. Here an algorithm states only what it
+// does: it overrides ParseParams when it has parameters and ClearCache when it keeps state
+// between frames, and it reads its parameters with the helpers below, which all algorithms share.
+#ifndef VELMAR_FRAMEWORK_ALGORITHM_H
+#define VELMAR_FRAMEWORK_ALGORITHM_H
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+
+#include "framework/AlgoBase.h"
+
+namespace velmar {
+
+class Algorithm : public AlgoBase {
+ public:
+  using AlgoBase::AlgoBase;
+
+  // The id the id table gave this instance; no algorithm answers with a number of its own.
+  uint32_t Id() const final { return id; }
+  void ParseParams() override {}
+  void ClearCache() override {}
+
+ protected:
+  // Each ReadParam leaves `field` as it is when `key` is absent and reports whether it was there.
+  bool ReadParam(const std::string& key, double& field) const;
+  bool ReadParam(const std::string& key, float& field) const;    // narrowed to single precision
+  bool ReadParam(const std::string& key, int32_t& field) const;  // truncated toward zero
+  bool ReadParam(const std::string& key, uint32_t& field) const;
+  bool ReadParam(const std::string& key, std::string& field) const;
+
+  // The value of `key`, or 0 after inserting `key` with value 0 when it is absent.
+  double ParamOrInsertZero(const std::string& key);
+
+  bool HasAllParams(std::initializer_list<const char*> keys) const;
+
+  // "[algo]:<Class> param is invalid!" and "[algo]:<Class> <key> is not in the correct range!".
+  static void PrintParamInvalid(const char* className);
+  static void PrintParamOutOfRange(const char* className, const std::string& key);
+
+ private:
+  template <typename Field, typename Convert>
+  bool ReadConverted(const std::string& key, Field& field, Convert convert) const;
+};
+
+}  // namespace velmar
+
+#endif  // VELMAR_FRAMEWORK_ALGORITHM_H
