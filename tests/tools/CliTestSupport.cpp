@@ -87,7 +87,7 @@ _ori_point TruthPoint(sim::TruthKind kind, double distance, double pulseWidth, d
   point.pulse_width = pulseWidth;
   point.intensity = 10.0;
   point.hor_angle = 90.0;
-  point.reserved_a = sim::EncodeTruth(kind, false);
+  point.reserved_a = sim::EncodeTruth(kind);
   return point;
 }
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <set>
 #include <tuple>
 
 #include "CliTestSupport.h"
@@ -41,21 +42,25 @@ std::vector<std::size_t> IndicesOf(const std::vector<_ori_point>& frame, TruthKi
   return at;
 }
 
-TEST(TruthTest, EncodingKeepsKindAndMovingBitApartAndReadsUnknownKindsAsNoReturn) {
+TEST(TruthTest, EncodingKeepsKindAndObjectApartAndReadsUnknownKindsAsNoReturn) {
   _ori_point p{};
-  p.reserved_a = EncodeTruth(TruthKind::kReal, true);
-  EXPECT_EQ(TruthKindOf(p), TruthKind::kReal);
-  EXPECT_TRUE(IsMovingTruth(p));
-  p.reserved_a = EncodeTruth(TruthKind::kGround, false);
-  EXPECT_FALSE(IsMovingTruth(p));
+  p.reserved_a = EncodeTruth(TruthKind::kMixed, 7);
+  EXPECT_EQ(TruthKindOf(p), TruthKind::kMixed);
+  EXPECT_EQ(TruthObjectOf(p), 7u);
+  p.reserved_a = EncodeTruth(TruthKind::kGround);
   EXPECT_EQ(TruthKindOf(p), TruthKind::kGround);
+  EXPECT_EQ(TruthObjectOf(p), 0u);
+  p.reserved_a = EncodeTruth(TruthKind::kReal, 70000);
+  EXPECT_EQ(TruthKindOf(p), TruthKind::kReal);
+  EXPECT_EQ(TruthObjectOf(p), kMaxTruthObject);
   // Tallies index arrays by kind: an unknown value must not read past them.
   EXPECT_EQ(TruthKindOf(kTruthKindCount), TruthKind::kNoReturn);
-  EXPECT_EQ(TruthKindOf(0xFFu | kTruthMovingBit), TruthKind::kNoReturn);
+  EXPECT_EQ(TruthKindOf(0xFFFFu), TruthKind::kNoReturn);
   for (uint32_t k = 0; k < kTruthKindCount; ++k) {
     const TruthKind kind = static_cast<TruthKind>(k);
-    const int groups = (kind == TruthKind::kNoReturn) + IsSurfaceTruth(kind) + IsNoiseTruth(kind);
+    const int groups = IsUnscoredTruth(kind) + IsSurfaceTruth(kind) + IsNoiseTruth(kind);
     EXPECT_EQ(groups, 1) << TruthKindName(kind);
+    EXPECT_TRUE(k == 0 || TruthKindName(kind) != "none") << k;
   }
 }
 
@@ -104,24 +109,31 @@ TEST(SimulatorSettingsTest, UnknownNamesAndRatesOutsideZeroToOneAreRefused) {
   EXPECT_NO_THROW(Simulator{s});
 }
 
-TEST(SimulatorTruthTest, WithoutNoiseEveryReturnIsASurfaceAndOnlyMovingObjectsAreMarked) {
-  const std::vector<_ori_point> frame = Generate(Settings("Marlo128", "city", 2));
+TEST(SimulatorTruthTest, WithoutNoiseEveryReturnIsASurfaceAndObjectReturnsNameTheirObject) {
+  Simulator simulator(Settings("Marlo128", "city", 2));
+  std::vector<_ori_point> frame;
+  simulator.GenerateFrame(1, frame);
+  const std::vector<SceneBox>& boxes = simulator.World().Boxes();
   std::map<TruthKind, int> counts;
+  std::set<uint32_t> objects;
   int moving = 0;
   for (const _ori_point& p : frame) {
     const TruthKind kind = TruthKindOf(p);
     ASSERT_EQ(p.distance > 0.0, kind != TruthKind::kNoReturn);
     ASSERT_FALSE(IsNoiseTruth(kind));
-    ASSERT_TRUE(!IsMovingTruth(p) || kind == TruthKind::kReal);
+    const uint32_t object = TruthObjectOf(p);
+    ASSERT_TRUE(object == kNoTruthObject || kind == TruthKind::kReal);  // curb faces have none
+    ASSERT_LE(object, boxes.size());
     ++counts[kind];
-    moving += IsMovingTruth(p);
+    if (object != kNoTruthObject) {
+      objects.insert(object);
+      moving += boxes[object - 1].moving;
+    }
   }
   EXPECT_GT(counts[TruthKind::kGround], 10000);
   EXPECT_GT(counts[TruthKind::kReal], 10000);
+  EXPECT_GT(objects.size(), 20u);
   EXPECT_GT(moving, 100);
-  for (const _ori_point& p : Generate(Settings("Marlo128", "empty"))) {
-    ASSERT_FALSE(IsMovingTruth(p));
-  }
 }
 
 // Beams that point up in the empty scene meet nothing, so every beam noise kind shows there at

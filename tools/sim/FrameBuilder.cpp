@@ -36,6 +36,11 @@ double Clamp(double value, double low, double high) {
   return std::min(high, std::max(low, value));
 }
 
+// Scene boxes are numbered from 1 in the truth; the ground and empty beams carry no object.
+uint32_t ObjectNumber(const SurfaceHit& hit) {
+  return hit.object >= 0 ? static_cast<uint32_t>(hit.object) + 1 : kNoTruthObject;
+}
+
 uint64_t ToNanoseconds(double seconds) {
   return static_cast<uint64_t>(std::llround(seconds * 1e9));
 }
@@ -126,7 +131,7 @@ FrameBuilder::Return FrameBuilder::SurfaceReturn(const SurfaceHit& hit) {
     return ret;
   }
   ret.range = std::max(0.05, hit.range + kRangeNoiseSigma * surfaceRng_.Normal());
-  ret.truth = EncodeTruth(hit.kind, hit.moving);
+  ret.truth = EncodeTruth(hit.kind, ObjectNumber(hit));
   if (hit.retro) {
     ret.pulse = surfaceRng_.Uniform(kRetroPulseLow, kRetroPulseHigh);
     ret.intensity = kMaxIntensity;

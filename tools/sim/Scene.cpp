@@ -337,7 +337,6 @@ SurfaceHit Scene::Cast(double dx, double dy, double dz) const {
       const SceneBox& box = boxes_[p.index];
       hit.range = t;
       hit.kind = TruthKind::kReal;
-      hit.moving = box.moving;
       hit.retro = box.retro;
       hit.reflectivity = box.reflectivity;
       hit.object = static_cast<int>(p.index);

@@ -28,7 +28,6 @@ struct SceneBox {
 struct SurfaceHit {
   double range = 0.0;
   TruthKind kind = TruthKind::kNoReturn;
-  bool moving = false;
   bool retro = false;
   double reflectivity = 0.0;
   int object = kNoObject;  // which box was hit, or kGroundObject

@@ -27,6 +27,20 @@ std::string TruthKindName(TruthKind kind) {
       return "close-range";
     case TruthKind::kFixedEcho:
       return "fixed-echo";
+    case TruthKind::kCrosstalkVertical:
+      return "crosstalk-v";
+    case TruthKind::kCrosstalkHorizontal:
+      return "crosstalk-h";
+    case TruthKind::kBloom:
+      return "bloom";
+    case TruthKind::kSnow:
+      return "snow";
+    case TruthKind::kUnlabelled:
+      return "unlabelled";
+    case TruthKind::kSpike:
+      return "spike";
+    case TruthKind::kMixed:
+      return "mixed";
   }
   return "none";
 }
