@@ -8,7 +8,9 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "framework/AlgoBase.h"
 
@@ -22,6 +24,9 @@ class Algorithm : public AlgoBase {
   uint32_t Id() const final { return id; }
   void ParseParams() override {}
   void ClearCache() override {}
+  // Called once the pipeline is assembled, with all its algorithms in processing order: an
+  // algorithm whose work depends on what runs before it looks here, once, instead of per frame.
+  virtual void JoinPipeline(const std::vector<std::shared_ptr<AlgoBase>>& /*pipeline*/) {}
 
  protected:
   // Each ReadParam leaves `field` as it is when `key` is absent and reports whether it was there.
