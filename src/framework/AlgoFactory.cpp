@@ -25,6 +25,7 @@
 #include "motion/MotionPoint.h"
 #include "motion/UndistortPoint.h"
 #include "motion/UndistortPoint2.h"
+#include "motion/UndistortPointMove.h"
 
 namespace velmar {
 namespace {
@@ -78,12 +79,14 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<CalculateRotateAllPointCloud>(name, desc, type);
     case 33:
       return std::make_shared<HighrefFilterZepT>(name, desc, type);
+    case 34:
+      return std::make_shared<UndistortPointMove>(name, desc, type);
     case 35:
       return std::make_shared<GroundDet>(name, desc, type);
     // Crosstalk (8, 17), disturbed points (9), reflectance calibration (11), high-reflectivity
-    // ghosts (14, 29, 30), discrete points (19), two-pass clustering (22), region of interest (32)
-    // and moving-platform undistortion (34) are not provided by this library; their ids still
-    // load so that a host's configuration keeps working.
+    // ghosts (14, 29, 30), discrete points (19), two-pass clustering (22) and region of interest
+    // (32) are not provided by this library; their ids still load so that a host's configuration
+    // keeps working.
     case 8:
     case 9:
     case 11:
@@ -94,7 +97,6 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
     case 29:
     case 30:
     case 32:
-    case 34:
       return std::make_shared<PassThroughAlgo>(name, desc, type);
     default:
       return nullptr;
