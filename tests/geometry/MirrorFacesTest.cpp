@@ -231,25 +231,13 @@ TEST(MirrorMotionCompensation, SpeedParameter) {
       std::numeric_limits<int32_t>::max());
 }
 
-std::unique_ptr<ILidarAlgo> Create(LidarType type, const std::string& entries, std::string* out) {
-  const std::string path = test::WriteTempFile(
-      R"({"version": "2.0.6", "enabled": true, "algo_list": [)" + entries + "]}");
-  std::unique_ptr<ILidarAlgo> pipeline;
-  *out = test::CaptureOutput([&] { pipeline = ILidarAlgo::Create(type, path); });
-  return pipeline;
-}
-
-std::string Entry(int id, const std::string& name, const std::string& param) {
-  return R"({"id": )" + std::to_string(id) + R"(, "enabled": true, "name": ")" + name +
-         R"(", "desc": "", "lidar_type": [], "param": )" + param + "}";
-}
-
 TEST(GeometryPipeline, UndergroundRuleRunsBeforeTheTransformWhateverTheListOrder) {
   std::string output;
-  auto pipeline = Create(LIDAR_MARLO128,
-                         Entry(31, "transform", R"({"transformMoveZ": -2})") + "," +
-                             Entry(5, "underground", R"({"filter_ground_height": 0.87})"),
-                         &output);
+  auto pipeline = test::CreatePipeline(
+      LIDAR_MARLO128,
+      test::PipelineEntry(31, "transform", R"({"transformMoveZ": -2})") + "," +
+          test::PipelineEntry(5, "underground", R"({"filter_ground_height": 0.87})"),
+      &output);
   EXPECT_EQ(output, "[algo]: transform is added!\n[algo]: underground is added!\n");
   std::vector<_ori_point> frame = {FacePoint(5.0, 0), FacePoint(5.0, 0)};
   frame[0].z = 0.0;
@@ -264,12 +252,14 @@ TEST(GeometryPipeline, UndergroundRuleRunsBeforeTheTransformWhateverTheListOrder
 }
 
 TEST(GeometryPipeline, EachModelGetsItsMirrorCorrections) {
-  const std::string all = Entry(31, "turn", R"({"transformRotateZ": 180})") + "," +
-                          Entry(28, "blind128", "{}") + "," + Entry(18, "blind256", "{}") + "," +
-                          Entry(10, "joint", "{}") + "," + Entry(6, "mirror", R"({"speed": 36})");
+  const std::string all = test::PipelineEntry(31, "turn", R"({"transformRotateZ": 180})") + "," +
+                          test::PipelineEntry(28, "blind128", "{}") + "," +
+                          test::PipelineEntry(18, "blind256", "{}") + "," +
+                          test::PipelineEntry(10, "joint", "{}") + "," +
+                          test::PipelineEntry(6, "mirror", R"({"speed": 36})");
   std::string output;
   std::vector<_ori_point> frame{FacePoint(0.5, 0), FacePoint(5.0, 0), FacePoint(5.0, 1)};
-  Create(LIDAR_QUILL_A2, all, &output)->Process(frame);
+  test::CreatePipeline(LIDAR_QUILL_A2, all, &output)->Process(frame);
   EXPECT_EQ(output,
             "[algo]: turn is added!\n[algo]:JointabcProcess param is invalid!\n"
             "[algo]: joint is added!\n[algo]: mirror is added!\n");
@@ -279,11 +269,11 @@ TEST(GeometryPipeline, EachModelGetsItsMirrorCorrections) {
   EXPECT_NEAR(frame[2].x, -1.0, 1e-6);
   EXPECT_NEAR(frame[2].y, -(2.0 + 1.0 / 3.0), 1e-6);
 
-  Create(LIDAR_MARLO128, all, &output);
+  test::CreatePipeline(LIDAR_MARLO128, all, &output);
   EXPECT_EQ(output,
             "[algo]: turn is added!\n[algo]: blind128 is added!\n"
             "[algo]:JointabcProcess param is invalid!\n");
-  Create(LIDAR_MARLO256_SMALL_BLIND, all, &output);
+  test::CreatePipeline(LIDAR_MARLO256_SMALL_BLIND, all, &output);
   EXPECT_EQ(output,
             "[algo]: turn is added!\n[algo]: blind256 is added!\n"
             "[algo]:JointabcProcess param is invalid!\n");

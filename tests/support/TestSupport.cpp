@@ -83,6 +83,20 @@ std::shared_ptr<AlgoBase> MakeAlgo(int id, LidarType type, const std::string& pa
   return algo;
 }
 
+std::unique_ptr<ILidarAlgo> CreatePipeline(LidarType type, const std::string& entries,
+                                           std::string* output) {
+  const std::string path =
+      WriteTempFile(R"({"version": "2.0.6", "enabled": true, "algo_list": [)" + entries + "]}");
+  std::unique_ptr<ILidarAlgo> pipeline;
+  *output = CaptureOutput([&] { pipeline = ILidarAlgo::Create(type, path); });
+  return pipeline;
+}
+
+std::string PipelineEntry(int id, const std::string& name, const std::string& param) {
+  return R"({"id": )" + std::to_string(id) + R"(, "enabled": true, "name": ")" + name +
+         R"(", "desc": "", "lidar_type": [], "param": )" + param + "}";
+}
+
 std::string CaptureOutput(const std::function<void()>& action) {
   std::cout.flush();
   testing::internal::CaptureStdout();

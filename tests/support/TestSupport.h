@@ -67,6 +67,13 @@ std::shared_ptr<T> MakeAlgoAs(int id, LidarType type, const std::string& params 
   return std::dynamic_pointer_cast<T>(MakeAlgo(id, type, params, output));
 }
 
+// A pipeline of the given "algo_list" entries, through the host's interface, and what its
+// creation printed.
+std::unique_ptr<ILidarAlgo> CreatePipeline(LidarType type, const std::string& entries,
+                                           std::string* output);
+// One enabled "algo_list" entry for every model, with `param` as its JSON parameter object.
+std::string PipelineEntry(int id, const std::string& name, const std::string& param);
+
 // Runs `action` and returns what it wrote to standard output.
 std::string CaptureOutput(const std::function<void()>& action);
 
