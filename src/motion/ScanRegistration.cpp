@@ -53,9 +53,8 @@ constexpr int kSeedSpeeds = 31;              // up to 50 m/s
 constexpr double kSeedYawRateStep = 0.1745;  // 10 degrees per second
 constexpr int kSeedYawRates = 13;            // up to 60 degrees per second either way
 // The best speed's support from surfaces facing along the path must be this many times that of
-// any speed more than kSeedPeakHalfWidth steps away.
-constexpr double kSeedProminence = 1.5;
-constexpr int kSeedPeakHalfWidth = 2;
+// any speed outside its own peak.
+constexpr double kSeedProminence = 2.0;
 
 // The vehicle's usual motion, as a spread around zero of its sideways and vertical speeds (m/s)
 // and its roll and pitch rates (rad/s), against the scatter of a return about its plane.
@@ -349,18 +348,36 @@ bool ScanRegistration::SeedByScan(PlatformMotion& seed) {
       }
     }
   }
-  const int best_speed = static_cast<int>(
-      std::max_element(along_by_speed, along_by_speed + kSeedSpeeds) - along_by_speed);
+  // Smoothed over neighbouring speeds: the voxel grid makes single speeds score unevenly.
+  double smooth[kSeedSpeeds];
+  for (int i = 0; i < kSeedSpeeds; ++i) {
+    const double left = along_by_speed[std::max(i - 1, 0)];
+    const double right = along_by_speed[std::min(i + 1, kSeedSpeeds - 1)];
+    smooth[i] = 0.25 * left + 0.5 * along_by_speed[i] + 0.25 * right;
+  }
+  const int best_speed = static_cast<int>(std::max_element(smooth, smooth + kSeedSpeeds) - smooth);
   seed = PlatformMotion();
   seed.linear.y() = kSeedMinSpeed + best_speed * kSeedSpeedStep;
   seed.angular.z() = yaw_by_speed[best_speed];
+  // The best speed's peak runs down on each side as far as the support keeps falling; the rival
+  // is the best support beyond it.
+  int low = best_speed;
+  while (low > 0 && smooth[low - 1] <= smooth[low]) {
+    --low;
+  }
+  int high = best_speed;
+  while (high < kSeedSpeeds - 1 && smooth[high + 1] <= smooth[high]) {
+    ++high;
+  }
   double rival = 0.0;
   for (int i = 0; i < kSeedSpeeds; ++i) {
-    if (std::abs(i - best_speed) > kSeedPeakHalfWidth) {
-      rival = std::max(rival, along_by_speed[i]);
+    if (i < low || i > high) {
+      rival = std::max(rival, smooth[i]);
     }
   }
-  return along_by_speed[best_speed] >= kSeedProminence * rival;
+  // A best speed at the end of the range tried may only be the slope towards one beyond it.
+  const bool inside = best_speed > 0 && best_speed < kSeedSpeeds - 1;
+  return inside && smooth[best_speed] > 0.0 && smooth[best_speed] >= kSeedProminence * rival;
 }
 
 // Gauss-Newton from `motion` while the kernel narrows; false when too few returns match.

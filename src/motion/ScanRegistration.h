@@ -28,9 +28,9 @@
 namespace velmar {
 
 struct RegistrationSettings {
-  double sample_voxel = 0.25;           // metres, edge of the sample's voxels
+  double sample_voxel = 0.35;           // metres, edge of the sample's voxels
   double plane_voxel = 1.0;             // metres, edge of the reference's plane voxels
-  uint32_t max_samples = 32768;         // sample voxels per frame
+  uint32_t max_samples = 65536;         // sample voxels per frame
   uint32_t registration_points = 4096;  // sample returns registered per frame, at most
   uint32_t max_iterations = 20;
   uint32_t min_correspondences = 200;
