@@ -200,10 +200,20 @@ void UndistortPointMove::EndFrame() {
   if (!estimate_motion) {
     return;
   }
-  const RegistrationResult result = registrar_.Register(motion_, has_motion_);
+  // Until a motion is estimated, a configured one is where the estimation starts, and what the
+  // frame kept as the reference is deskewed with.
+  const RegistrationResult result = registrar_.Register(Start(), HasStart());
   last_registration_ = result;
   Judge(result);
-  registrar_.KeepAsReference(motion_, timing_.FramePeriod());
+  registrar_.KeepAsReference(Start(), timing_.FramePeriod());
+}
+
+bool UndistortPointMove::HasStart() const {
+  return has_motion_ || !configured_motion.IsZero();
+}
+
+const PlatformMotion& UndistortPointMove::Start() const {
+  return has_motion_ ? motion_ : configured_motion;
 }
 
 void UndistortPointMove::Judge(const RegistrationResult& result) {
@@ -214,7 +224,7 @@ void UndistortPointMove::Judge(const RegistrationResult& result) {
       Fallback("too few correspondences");
       return;
     case RegistrationStatus::kDegenerate:
-      if (!has_motion_) {
+      if (!HasStart()) {
         Fallback("the scene does not show the speed");
         return;
       }
@@ -243,19 +253,20 @@ void UndistortPointMove::Judge(const RegistrationResult& result) {
   }
 }
 
-// Within the speed and turn-rate limits, and, when a motion is known, no farther from it than
-// the limits of acceleration allow over the frames since it was last confirmed.
+// Within the speed and turn-rate limits, and, when a motion is known (or configured as the
+// start), no farther from it than the limits of acceleration allow over the frames since it was
+// last confirmed.
 bool UndistortPointMove::Plausible(const PlatformMotion& candidate) const {
   if (!candidate.IsFinite() || candidate.linear.norm() > max_speed ||
       candidate.angular.norm() > max_turn_rate) {
     return false;
   }
-  if (!has_motion_) {
+  if (!HasStart()) {
     return true;
   }
   const double elapsed = timing_.FramePeriod() * (frames_since_good_ + 1);
-  return (candidate.linear - motion_.linear).norm() <= max_acceleration * elapsed &&
-         (candidate.angular - motion_.angular).norm() <= max_angular_acceleration * elapsed;
+  return (candidate.linear - Start().linear).norm() <= max_acceleration * elapsed &&
+         (candidate.angular - Start().angular).norm() <= max_angular_acceleration * elapsed;
 }
 
 void UndistortPointMove::Fallback(const char* reason) {

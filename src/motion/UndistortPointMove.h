@@ -51,6 +51,9 @@ class UndistortPointMove : public Algorithm {
   // Moves one return to the frame's end and offers it to the registration.
   void HandleReturn(_ori_point& p);
   void EndFrame();
+  // The velocity the estimation starts from: the last good one, else the configured one.
+  bool HasStart() const;
+  const PlatformMotion& Start() const;
   void Judge(const RegistrationResult& result);
   bool Plausible(const PlatformMotion& candidate) const;
   void Fallback(const char* reason);
