@@ -53,9 +53,10 @@ example: build
 bench: deps
 	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
 	  -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
-	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench
+	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench deskew_bench
 	./$(BENCH_BUILD_DIR)/bench/algo_bench $(BENCH_ARGS)
 	./$(BENCH_BUILD_DIR)/bench/ground_bench
+	./$(BENCH_BUILD_DIR)/bench/deskew_bench
 
 # Our filters and ground detection against statistical and radius outlier removal and RANSAC
 # plane segmentation on the same simulated frames (see docs/performance.md).
