@@ -49,8 +49,8 @@ enum MotionAxis : uint32_t {
   kAxisLateral = 1u << 0,
   kAxisForward = 1u << 1,
   kAxisVertical = 1u << 2,
-  kAxisRoll = 1u << 3,   // about the lateral axis x
-  kAxisPitch = 1u << 4,  // about the forward axis y
+  kAxisPitch = 1u << 3,  // about the lateral axis x
+  kAxisRoll = 1u << 4,   // about the forward axis y
   kAxisYaw = 1u << 5,
 };
 
