@@ -328,5 +328,26 @@ TEST(UndistortPointMove, EstimatorFallsBackOnScenesThatDoNotShowTheMotion) {
   EXPECT_NEAR(algo->Motion().linear.y(), held, 1e-3);
 }
 
+// A speed configured with estimation on is the estimate's start: along a corridor, which cannot
+// show the speed, it is held; where the scene shows the speed, the registration corrects it.
+TEST(UndistortPointMove, AConfiguredSpeedStartsTheEstimation) {
+  const Drive drive{8.0, 0.0};
+  const SpinScanner corridor({{{-5.0, -1e4, -1.8}, {5.0, 1e4, 3.0}}}, {}, drive);
+  auto algo = test::MakeAlgoAs<UndistortPointMove>(34, LIDAR_ORVIK16, R"({"forward_speed": 8})");
+  std::string output = RunEstimator(*algo, corridor, 0, 3);
+  ASSERT_TRUE(algo->HasMotion()) << output;
+  EXPECT_EQ(algo->LastRegistration().degenerate_axes & kAxisForward, kAxisForward);
+  EXPECT_NEAR(algo->Motion().linear.y(), drive.speed, 1e-3);
+  EXPECT_EQ(output.rfind("[algo]:UndistortPointMove registration is degenerate along forward", 0),
+            0u)
+      << output;
+
+  // In a room that shows the speed, a start 1 m/s off is corrected by the registration.
+  auto near = test::MakeAlgoAs<UndistortPointMove>(34, LIDAR_ORVIK16, R"({"forward_speed": 9})");
+  output = RunEstimator(*near, SpinScanner(kRoom, kPillars, drive), 0, 3);
+  ASSERT_TRUE(near->HasMotion()) << output;
+  EXPECT_NEAR(near->Motion().linear.y(), drive.speed, 0.05);
+}
+
 }  // namespace
 }  // namespace velmar
