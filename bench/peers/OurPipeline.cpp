@@ -62,17 +62,29 @@ void Feed(const std::vector<Records>& frames, const std::string& configText,
           const FeedSettings& feed,
           const std::function<void(const tools::FedFrame&, const std::vector<int64_t>&)>& measure) {
   std::unique_ptr<ILidarAlgo> pipeline = OpenPipeline(feed.model, configText);
+  // CPU time per frame, counted as the feeder counts its wall time: every packet processed while
+  // a frame is fed belongs to that frame. A frame is handed on only after its last packet.
+  std::vector<double> cpuSeconds(frames.size(), 0.0);
+  std::size_t feeding = 0;
   tools::FrameFeeder feeder(
-      [&](Records& unit) { pipeline->Process(unit); }, feed.packetPoints,
+      [&](Records& unit) {
+        const double start = ProcessCpuSeconds();
+        pipeline->Process(unit);
+        if (feeding < cpuSeconds.size()) {
+          cpuSeconds[feeding] += ProcessCpuSeconds() - start;
+        }
+      },
+      feed.packetPoints,
       [&](tools::FedFrame& fed) {
         if (fed.index < feed.warmupFrames) {
           return;
         }
+        fed.seconds = cpuSeconds[fed.index];
         measure(fed, tools::Representatives(fed.input.size(), fed.output,
                                             [&](std::size_t j) { return fed.origin[j]; }));
       });
-  for (const Records& frame : frames) {
-    feeder.Feed(frame);
+  for (feeding = 0; feeding < frames.size(); ++feeding) {
+    feeder.Feed(frames[feeding]);
   }
   feeder.Finish();
 }
@@ -84,10 +96,12 @@ const _ori_point* OutputOf(const tools::FedFrame& fed, const std::vector<int64_t
   return chosen == tools::kNoOrigin ? nullptr : &fed.output[static_cast<std::size_t>(chosen)];
 }
 
-}  // namespace
-
-void RunOurNoise(const std::vector<Records>& frames, const std::string& configText,
-                 const FeedSettings& feed, const OurFrameSink& sink) {
+// Feeds the frames and hands `sink` each measured frame, after `judge` has added the flags of
+// each of its returns from the output record standing for it (null when none came out).
+void FeedAndJudge(const std::vector<Records>& frames, const std::string& configText,
+                  const FeedSettings& feed,
+                  const std::function<void(const _ori_point*, OurFrame&)>& judge,
+                  const OurFrameSink& sink) {
   Feed(frames, configText, feed,
        [&](const tools::FedFrame& fed, const std::vector<int64_t>& representative) {
          OurFrame ours;
@@ -95,12 +109,23 @@ void RunOurNoise(const std::vector<Records>& frames, const std::string& configTe
          ours.seconds = fed.seconds;
          for (std::size_t i = 0; i < fed.input.size(); ++i) {
            if (fed.input[i].distance > 0.0) {
-             const _ori_point* out = OutputOf(fed, representative, i);
-             ours.flags.push_back(out == nullptr || !tools::IsReturn(*out) ? 1 : 0);
+             judge(OutputOf(fed, representative, i), ours);
            }
          }
          sink(ours);
        });
+}
+
+}  // namespace
+
+void RunOurNoise(const std::vector<Records>& frames, const std::string& configText,
+                 const FeedSettings& feed, const OurFrameSink& sink) {
+  FeedAndJudge(
+      frames, configText, feed,
+      [](const _ori_point* out, OurFrame& ours) {
+        ours.flags.push_back(out == nullptr || !tools::IsReturn(*out) ? 1 : 0);
+      },
+      sink);
 }
 
 void RunOurGround(const std::vector<Records>& frames, const std::string& configText,
@@ -117,21 +142,14 @@ void RunOurGround(const std::vector<Records>& frames, const std::string& configT
   }
   const std::string onlyGround =
       ConfigSubset(configText, [](int id) { return id == kGroundDetId; });
-  Feed(unlabelled, onlyGround, feed,
-       [&](const tools::FedFrame& fed, const std::vector<int64_t>& representative) {
-         OurFrame ours;
-         ours.frame = FrameFromRecords(fed.input);
-         ours.seconds = fed.seconds;
-         for (std::size_t i = 0; i < fed.input.size(); ++i) {
-           if (fed.input[i].distance > 0.0) {
-             const _ori_point* out = OutputOf(fed, representative, i);
-             const int32_t given = out == nullptr ? untouched : out->label;
-             ours.flags.push_back(given == label ? 1 : 0);
-             ours.unclassified.push_back(given != label && given != label - 1 ? 1 : 0);
-           }
-         }
-         sink(ours);
-       });
+  FeedAndJudge(
+      unlabelled, onlyGround, feed,
+      [&](const _ori_point* out, OurFrame& ours) {
+        const int32_t given = out == nullptr ? untouched : out->label;
+        ours.flags.push_back(given == label ? 1 : 0);
+        ours.unclassified.push_back(given != label && given != label - 1 ? 1 : 0);
+      },
+      sink);
 }
 
 std::string ConfigSubset(const std::string& text, const std::function<bool(int)>& keep) {

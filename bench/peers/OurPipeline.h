@@ -25,7 +25,8 @@ struct FeedSettings {
   uint32_t warmupFrames = 0;  // frames fed but not measured (history filters warming up)
 };
 
-// One measured frame: its returns, the flags of our pipeline on them, the time in the pipeline.
+// One measured frame: its returns, the flags of our pipeline on them, the CPU time the pipeline
+// took on its packets.
 struct OurFrame {
   PeerFrame frame;
   Flags flags;

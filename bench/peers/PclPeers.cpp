@@ -26,6 +26,15 @@ Cloud::Ptr CloudOf(const Points& points) {
   return cloud;
 }
 
+// Runs a configured outlier filter and flags what it does not keep.
+template <typename Filter>
+void FlagRemoved(Filter& filter, const Points& points, Flags& flags) {
+  filter.setInputCloud(CloudOf(points));
+  pcl::Indices kept;
+  filter.filter(kept);
+  FlagIndices(points.size(), kept, false, flags);
+}
+
 }  // namespace
 
 std::string Version() {
@@ -34,22 +43,16 @@ std::string Version() {
 
 void StatisticalOutliers(const Points& points, const StatisticalParams& params, Flags& flags) {
   pcl::StatisticalOutlierRemoval<pcl::PointXYZ> filter;
-  filter.setInputCloud(CloudOf(points));
   filter.setMeanK(params.neighbours);
   filter.setStddevMulThresh(params.stddevs);
-  pcl::Indices kept;
-  filter.filter(kept);
-  FlagIndices(points.size(), kept, false, flags);
+  FlagRemoved(filter, points, flags);
 }
 
 void RadiusOutliers(const Points& points, const RadiusParams& params, Flags& flags) {
   pcl::RadiusOutlierRemoval<pcl::PointXYZ> filter;
-  filter.setInputCloud(CloudOf(points));
   filter.setRadiusSearch(params.radius);
   filter.setMinNeighborsInRadius(params.neighbours);
-  pcl::Indices kept;
-  filter.filter(kept);
-  FlagIndices(points.size(), kept, false, flags);
+  FlagRemoved(filter, points, flags);
 }
 
 void PlaneGround(const Points& points, const PlaneParams& params, Flags& flags) {

@@ -1,5 +1,7 @@
 #include "Scores.h"
 
+#include <time.h>
+
 namespace velmar {
 namespace peers {
 
@@ -20,6 +22,12 @@ void Tally::Add(const PeerFrame& frame, const Flags& flags) {
 
 double Share(uint64_t part, uint64_t whole) {
   return whole == 0 ? 0.0 : static_cast<double>(part) / static_cast<double>(whole);
+}
+
+double ProcessCpuSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
 Score ScoreOf(const Tally& tally, PointClass target) {

@@ -46,6 +46,11 @@ Score ScoreOf(const Tally& tally, PointClass target);
 
 double Share(uint64_t part, uint64_t whole);
 
+// CPU time of the whole process, in seconds. The benchmark times with it rather than the wall
+// clock: on a machine shared with other builds, a wall-clock time also counts the turns other
+// processes take on the cores.
+double ProcessCpuSeconds();
+
 }  // namespace peers
 }  // namespace velmar
 
