@@ -59,8 +59,8 @@ const RadiusParams kOpen3dRadiusDoc{0.05, 16};
 const PlaneParams kOpen3dPlaneDoc{0.01, 1000, 0.0};
 
 // The best F1 that `peers_bench --search` finds on each labelled frame set, over the grids of
-// SearchTables. Tuned on those frames: they show how far each method can go there, not settings
-// that hold elsewhere.
+// StatisticalGrid, RadiusGrid and GroundGrid. Tuned on those frames: they show how far each
+// method can go there, not settings that hold elsewhere.
 struct Tuned {
   StatisticalParams pclStatistical;
   RadiusParams pclRadius;
