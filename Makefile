@@ -6,18 +6,20 @@ CMAKE_FLAGS ?=
 
 DEB_PACKAGES := cmake g++ make rapidjson-dev libeigen3-dev libgtest-dev libgmock-dev googletest \
                 libbenchmark-dev libcli11-dev libstb-dev
+PEER_PACKAGES := libpcl-dev libopen3d-dev
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 BENCH_BUILD_DIR ?= build-bench
 
-.PHONY: all deps build test test-san demo example bench bench-peers install-check clean
+.PHONY: all deps deps-peers build test test-san demo example bench bench-peers install-check clean
 
 all: build
 
-# Installs only what is missing; apt-get update runs only when something must be installed.
-deps:
-	@missing=""; for p in $(DEB_PACKAGES); do \
+# Installs only the packages of $(1) that are missing; apt-get update runs only when something
+# must be installed.
+define install_missing
+	@missing=""; for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "ok installed" || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -25,6 +27,14 @@ deps:
 	  $(SUDO) apt-get update -qq && \
 	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(DEB_PACKAGES))
+
+# The peers of `make bench-peers` only; nothing else needs them.
+deps-peers:
+	$(call install_missing,$(PEER_PACKAGES))
 
 build: deps
 	cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS)
@@ -52,18 +62,20 @@ example: build
 # Optimised build of the benchmarks; prints every figure (see docs/performance.md).
 bench: deps
 	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
-	  -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	  -DVELMAR_BUILD_PEERS=OFF -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench
 	./$(BENCH_BUILD_DIR)/bench/algo_bench $(BENCH_ARGS)
 	./$(BENCH_BUILD_DIR)/bench/ground_bench
 
-# Our filters and ground detection against statistical and radius outlier removal and RANSAC
-# plane segmentation on the same simulated frames (see docs/performance.md).
-bench-peers: deps
+# Our filters and ground detection against PCL and Open3D on the same simulated and real frames,
+# after checking that both read our recordings (see docs/performance.md). PEERS_ARGS=--search
+# prints the parameter search instead of the tables.
+bench-peers: deps deps-peers
 	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
-	  -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
-	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target peers_bench
-	./$(BENCH_BUILD_DIR)/bench/peers_bench
+	  -DVELMAR_BUILD_PEERS=ON -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target peers_interop peers_bench
+	./$(BENCH_BUILD_DIR)/bench/peers/peers_interop
+	OMP_NUM_THREADS=1 ./$(BENCH_BUILD_DIR)/bench/peers/peers_bench $(PEERS_ARGS)
 
 # Installs into a temporary prefix and builds the example host against it with find_package.
 install-check: build

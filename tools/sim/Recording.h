@@ -1,8 +1,8 @@
 // Recordings on disk. A recording is a folder holding `recording.json` (model, frame count,
 // packet size, scene and noise settings, seed, frame file names) and one binary PCD (v0.7) file
 // per frame. Each PCD point carries every byte of the point record, reserved bytes included, so
-// a frame read back is identical to the frame written. Other point-cloud tools open the files
-// as ordinary PCD clouds with fields x, y, z, intensity, distance, channel, ...
+// a frame read back is identical to the frame written. PCL reads them as generic clouds and
+// Open3D's tensor reader with every scalar field; docs/simulator.md says which readers fall short.
 //
 // Reading and writing go frame by frame. Every problem (missing or malformed file, truncated
 // data, a header that does not describe the point record) throws RecordingError with a message
