@@ -83,7 +83,7 @@ TEST(PeerFrame, RecordsGiveTheirReturnsClassedByTruth) {
   for (std::size_t i = 0; i < records.size(); ++i) {
     records[i].x = static_cast<double>(i);
     records[i].distance = 10.0;
-    records[i].reserved_a = sim::EncodeTruth(kinds[i], i == 2);
+    records[i].reserved_a = sim::EncodeTruth(kinds[i], static_cast<uint32_t>(i) * 1000);
   }
   records[3].distance = 0.0;  // removed: not a return
   records[1].distance = std::nan("");
