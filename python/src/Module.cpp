@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "HostLoop.h"
 #include "OutputCapture.h"
 #include "Pipeline.h"
 #include "PointArray.h"
@@ -32,4 +33,5 @@ PYBIND11_MODULE(_velmar, module) {
   module.attr("VERSION") = velmar::ILidarAlgo::VersionNumber();
   velmar::python::BindPipeline(module);
   velmar::python::BindRecordings(module);
+  velmar::python::BindHostLoop(module);
 }

@@ -3,7 +3,6 @@
 #include <pybind11/stl.h>
 
 #include "OutputCapture.h"
-#include "PointArray.h"
 
 namespace py = pybind11;
 
@@ -48,13 +47,13 @@ Pipeline::Pipeline(LidarType model, const std::string& config, ConfigKind kind) 
 }
 
 py::array Pipeline::Process(py::handle frame) {
-  Points points;
+  Points points = pool_->Take();
   CopyFromArray(frame, points);
   {
     py::gil_scoped_release unlocked;
     pipeline_->Process(points);
   }
-  return ToArray(std::move(points));
+  return ToArray(std::move(points), pool_);
 }
 
 bool Pipeline::Update(const std::string& json) {

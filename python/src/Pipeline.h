@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "PointArray.h"
 #include "framework/LidarAlgo.h"
 #include "velmar/lidar_algo.h"
 
@@ -40,6 +41,7 @@ class Pipeline {
  private:
   LidarType model_;
   std::unique_ptr<ILidarAlgo> pipeline_;
+  std::shared_ptr<PointsPool> pool_ = std::make_shared<PointsPool>();
   std::vector<std::string> messages_;
 };
 

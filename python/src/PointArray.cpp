@@ -14,6 +14,21 @@ std::string TypeName(py::handle object) {
   return py::str(py::type::handle_of(object).attr("__name__"));
 }
 
+// What a result array's capsule holds.
+struct OwnedPoints {
+  Points points;
+  std::shared_ptr<PointsPool> home;
+
+  OwnedPoints() = default;
+  OwnedPoints(const OwnedPoints&) = delete;
+  OwnedPoints& operator=(const OwnedPoints&) = delete;
+  ~OwnedPoints() {
+    if (home) {
+      home->Give(std::move(points));
+    }
+  }
+};
+
 }  // namespace
 
 py::dtype PointDtype() {
@@ -28,14 +43,37 @@ py::dtype PointDtype() {
   return py::reinterpret_borrow<py::dtype>(dtype);
 }
 
-py::array ToArray(Points&& points) {
+Points PointsPool::Take() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (kept_.empty()) {
+    return Points();
+  }
+  Points points = std::move(kept_.back());
+  kept_.pop_back();
+  return points;
+}
+
+void PointsPool::Give(Points&& points) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (kept_.size() < kKept) {
+    kept_.push_back(std::move(points));
+  }
+}
+
+py::array ToArray(Points&& points, std::shared_ptr<PointsPool> home) {
   if (points.empty()) {
+    if (home) {
+      home->Give(std::move(points));
+    }
     return py::array(PointDtype(), 0);
   }
-  auto owned = std::make_unique<Points>(std::move(points));
-  py::capsule owner(owned.get(), [](void* storage) { delete static_cast<Points*>(storage); });
-  Points* storage = owned.release();
-  return py::array(PointDtype(), {storage->size()}, {sizeof(_ori_point)}, storage->data(), owner);
+  auto owned = std::make_unique<OwnedPoints>();
+  owned->points.swap(points);
+  owned->home = std::move(home);
+  py::capsule owner(owned.get(), [](void* held) { delete static_cast<OwnedPoints*>(held); });
+  OwnedPoints* held = owned.release();
+  return py::array(PointDtype(), {held->points.size()}, {sizeof(_ori_point)}, held->points.data(),
+                   owner);
 }
 
 void CopyFromArray(py::handle frame, Points& points) {
