@@ -59,6 +59,14 @@ sim::RecordingInfo InfoOf(const py::dict& metadata) {
   return info;
 }
 
+sim::RecordingInfo CheckedInfoOf(const py::dict& metadata) {
+  try {
+    return InfoOf(metadata);
+  } catch (const py::cast_error&) {
+    throw py::type_error("metadata values must be of the types Recording.metadata has");
+  }
+}
+
 class Reader {
  public:
   explicit Reader(const std::string& folder) : reader_(folder) {}
@@ -86,7 +94,7 @@ class Reader {
 class Writer {
  public:
   Writer(const std::string& folder, const py::dict& metadata)
-      : writer_(std::make_unique<sim::RecordingWriter>(folder, InfoOf(metadata))) {}
+      : writer_(std::make_unique<sim::RecordingWriter>(folder, CheckedInfoOf(metadata))) {}
 
   void Write(py::handle frame) {
     if (!writer_) {

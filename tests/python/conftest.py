@@ -21,7 +21,7 @@ BATCH_MODEL = "ZephelT"
 BATCH_CONFIG = CONFIGS / "zephelt.json"
 BATCH_PACKET = 96
 DRIVE_COUNT = 4
-DRIVE_FRAMES = 2
+DRIVE_FRAMES = 1
 
 
 def velmar_algo(*arguments):
