@@ -26,13 +26,10 @@ double HostLoopSeconds(uint32_t model, const std::string& configPath, const py::
     copies.emplace_back();
     CopyFromArray(frame, copies.back());
   }
-  py::gil_scoped_release unlocked;
   std::unique_ptr<ILidarAlgo> pipeline;
-  {
-    std::lock_guard<std::mutex> lock(StandardOutputLock());
-    CapturedOutput discarded;
-    pipeline = ILidarAlgo::Create(static_cast<LidarType>(model), configPath);
-  }
+  CaptureOutputOf(
+      [&] { pipeline = ILidarAlgo::Create(static_cast<LidarType>(model), configPath); });
+  py::gil_scoped_release unlocked;
   Points host;
   auto start = std::chrono::steady_clock::now();
   for (const Points& frame : copies) {

@@ -6,6 +6,8 @@
 #ifndef VELMAR_PYTHON_OUTPUT_CAPTURE_H
 #define VELMAR_PYTHON_OUTPUT_CAPTURE_H
 
+#include <pybind11/pybind11.h>
+
 #include <mutex>
 #include <string>
 #include <vector>
@@ -35,6 +37,17 @@ class CapturedOutput {
 // velmar-algo's functions silence std::cout for a moment by swapping its buffer; whoever calls
 // them or captures output holds this lock, so that the swaps never meet.
 std::mutex& StandardOutputLock();
+
+// Runs `body` without the interpreter lock and under StandardOutputLock(); returns the lines it
+// wrote to std::cout.
+template <typename Body>
+std::vector<std::string> CaptureOutputOf(Body&& body) {
+  pybind11::gil_scoped_release unlocked;
+  std::lock_guard<std::mutex> lock(StandardOutputLock());
+  CapturedOutput output;
+  body();
+  return output.Lines();
+}
 
 }  // namespace python
 }  // namespace velmar

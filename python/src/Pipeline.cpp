@@ -10,16 +10,6 @@ namespace velmar {
 namespace python {
 namespace {
 
-// Runs `assemble` without the interpreter lock, keeping what the library prints meanwhile.
-template <typename Assemble>
-std::vector<std::string> CaptureAssembly(Assemble&& assemble) {
-  py::gil_scoped_release unlocked;
-  std::lock_guard<std::mutex> lock(StandardOutputLock());
-  CapturedOutput output;
-  assemble();
-  return output.Lines();
-}
-
 const char* const kProcessDoc =
     R"doc(Runs every algorithm over a frame or packet and returns the result.
 
@@ -32,7 +22,7 @@ ground detection appends returns it held back. The input array is left unchanged
 }  // namespace
 
 Pipeline::Pipeline(LidarType model, const std::string& config, ConfigKind kind) : model_(model) {
-  messages_ = CaptureAssembly([&] {
+  messages_ = CaptureOutputOf([&] {
     if (kind == ConfigKind::kPath) {
       pipeline_ = ILidarAlgo::Create(model, config);
       return;
@@ -58,7 +48,7 @@ py::array Pipeline::Process(py::handle frame) {
 
 bool Pipeline::Update(const std::string& json) {
   bool accepted = false;
-  messages_ = CaptureAssembly([&] { accepted = pipeline_->UpdateAlgoParam(json); });
+  messages_ = CaptureOutputOf([&] { accepted = pipeline_->UpdateAlgoParam(json); });
   return accepted;
 }
 

@@ -141,21 +141,10 @@ void Simulate(const std::string& folder, const std::string& model, const std::st
   sim::WriteSimulatedRecording(settings, folder);
 }
 
-// Runs a tools function that prints and may silence std::cout, without the interpreter lock,
-// and returns what it printed.
-template <typename Body>
-std::vector<std::string> RunQuietly(Body&& body) {
-  py::gil_scoped_release unlocked;
-  std::lock_guard<std::mutex> lock(StandardOutputLock());
-  CapturedOutput output;
-  body();
-  return output.Lines();
-}
-
 std::string Evaluate(const std::string& recording, const std::string& model,
                      const std::string& config, uint32_t packet) {
   tools::EvalReport report;
-  RunQuietly([&] {
+  CaptureOutputOf([&] {
     report = tools::Evaluate(tools::EvalOptions{model, config, recording, packet});
   });
   return tools::EvalJson(report);
@@ -164,7 +153,7 @@ std::string Evaluate(const std::string& recording, const std::string& model,
 py::dict RunRecording(const std::string& model, const std::string& config, uint32_t packet,
                       const std::string& input, const std::string& output) {
   tools::RunFigures figures;
-  std::vector<std::string> messages = RunQuietly([&] {
+  std::vector<std::string> messages = CaptureOutputOf([&] {
     figures = tools::RunRecording(tools::RunOptions{model, config, input, output, packet});
   });
   tools::EvalReport classes;
