@@ -5,14 +5,17 @@ JOBS ?= 2
 CMAKE_FLAGS ?=
 
 DEB_PACKAGES := cmake g++ make rapidjson-dev libeigen3-dev libgtest-dev libgmock-dev googletest \
-                libbenchmark-dev libcli11-dev libstb-dev
+                libbenchmark-dev libcli11-dev libstb-dev \
+                python3-dev pybind11-dev python3-numpy python3-distributed python3-pandas \
+                python3-pytest
 PEER_PACKAGES := libpcl-dev libopen3d-dev
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 BENCH_BUILD_DIR ?= build-bench
 
-.PHONY: all deps deps-peers build test test-san demo example bench bench-peers install-check clean
+.PHONY: all deps deps-peers build test test-san demo example bench bench-peers bench-python \
+        install-check clean
 
 all: build
 
@@ -76,6 +79,14 @@ bench-peers: deps deps-peers
 	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target peers_interop peers_bench
 	./$(BENCH_BUILD_DIR)/bench/peers/peers_interop
 	OMP_NUM_THREADS=1 ./$(BENCH_BUILD_DIR)/bench/peers/peers_bench $(PEERS_ARGS)
+
+# Python calls against C++ calls of the default Marlo128 pipeline, and velmar.batch throughput
+# with one and two workers (see docs/performance.md).
+bench-python: deps
+	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
+	  -DVELMAR_BUILD_PEERS=OFF -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target velmar_python
+	PYTHONPATH=$(BENCH_BUILD_DIR)/python /usr/bin/python3 bench/python_bench.py $(BENCH_ARGS)
 
 # Installs into a temporary prefix and builds the example host against it with find_package.
 install-check: build

@@ -11,6 +11,7 @@
 #include "FrameFeeder.h"
 #include "Outcome.h"
 #include "Pipeline.h"
+#include "RunRecording.h"
 
 namespace velmar {
 namespace tools {
@@ -18,14 +19,6 @@ namespace {
 
 constexpr double kMillisecondsPerSecond = 1000.0;
 constexpr double kPointsPerMillion = 1e6;
-
-struct RunOptions {
-  std::string model;
-  std::string config;
-  std::string input;
-  std::string output;
-  uint32_t packet = 0;
-};
 
 class RunSummary {
  public:
@@ -59,6 +52,21 @@ class RunSummary {
     out << "time per frame   " << TimeLine() << '\n'
         << "throughput       " << ThroughputLine() << '\n'
         << "written to       " << written << std::endl;
+  }
+
+  RunFigures Figures() const {
+    RunFigures figures;
+    figures.frames = frames_;
+    figures.pointsIn = pointsIn_;
+    figures.pointsOut = pointsOut_;
+    figures.returnsIn = returnsIn_;
+    figures.returnsOut = returnsOut_;
+    figures.unreturned = unreturned_;
+    for (double s : seconds_) {
+      figures.seconds += s;
+    }
+    figures.tally = tally_;
+    return figures;
   }
 
  private:
@@ -113,7 +121,7 @@ void CheckDistinctFolders(const std::string& input, const std::string& output) {
   }
 }
 
-void Run(const RunOptions& options) {
+void RunInto(const RunOptions& options, RunSummary& summary) {
   LidarType model = ParseModel(options.model);
   std::unique_ptr<sim::RecordingReader> reader = OpenRecording(options.input);
   CheckRecordingModel(*reader, options.input, model);
@@ -127,7 +135,6 @@ void Run(const RunOptions& options) {
   info.attributes["fed_as"] =
       options.packet == 0 ? "frames" : "packets of " + std::to_string(options.packet);
   sim::RecordingWriter writer(options.output, info);
-  RunSummary summary;
   FeedRecording(
       *reader, [&pipeline](std::vector<_ori_point>& unit) { pipeline->Process(unit); },
       options.packet, std::numeric_limits<uint32_t>::max(),
@@ -137,10 +144,21 @@ void Run(const RunOptions& options) {
       },
       "run");
   writer.Close();
+}
+
+void Run(const RunOptions& options) {
+  RunSummary summary;
+  RunInto(options, summary);
   summary.Print(std::cout, options.output);
 }
 
 }  // namespace
+
+RunFigures RunRecording(const RunOptions& options) {
+  RunSummary summary;
+  RunInto(options, summary);
+  return summary.Figures();
+}
 
 void AddRunCommand(CLI::App& app) {
   auto options = std::make_shared<RunOptions>();
