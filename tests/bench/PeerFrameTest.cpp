@@ -16,8 +16,11 @@ namespace velmar {
 namespace peers {
 namespace {
 
+// ctest runs every test as its own process, several at once: a file name shared by two tests
+// would let one truncate what the other is reading.
 std::string TempPath(const std::string& name) {
-  return testing::TempDir() + "peer_frame_" + name;
+  const auto* test = testing::UnitTest::GetInstance()->current_test_info();
+  return testing::TempDir() + "peer_frame_" + test->name() + "_" + name;
 }
 
 template <typename T>
