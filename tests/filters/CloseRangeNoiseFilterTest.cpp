@@ -101,10 +101,5 @@ TEST_F(CloseRangeNoiseFilterTest, OnlyTheFirstHighMarkerOfAColumnActs) {
   EXPECT_EQ(Deleted(), (Indices{122, 123, 124, 125, 126, 127}));
 }
 
-TEST_F(CloseRangeNoiseFilterTest, SupportedModels) {
-  EXPECT_TRUE(filter->IsSupported("ZephelB2/B3/MP"));
-  EXPECT_FALSE(filter->IsSupported("QuillA2"));
-}
-
 }  // namespace
 }  // namespace velmar

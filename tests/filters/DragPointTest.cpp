@@ -30,7 +30,7 @@ std::vector<_ori_point> FilterBetweenZeroPackets(DragPoint& drag, std::vector<_o
   return packet;
 }
 
-TEST(DragPoint, AnswersWithTheDelayedPacketAndKeepsItOverAClear) {
+TEST(DragPointTest, AnswersWithTheDelayedPacketAndKeepsItOverAClear) {
   auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_B1);
   const uint64_t answered[] = {1, 2, 2, 3, 5, 4, 6};  // cleared before the fifth call
   for (uint64_t tag = 1; tag <= 7; ++tag) {
@@ -50,7 +50,7 @@ TEST(DragPoint, AnswersWithTheDelayedPacketAndKeepsItOverAClear) {
   }
 }
 
-TEST(DragPoint, GradesByAngleBandAndStrictEdges) {
+TEST(DragPointTest, GradesByAngleBandAndStrictEdges) {
   auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_B1);
   struct Case {
     double degrees, step;
@@ -96,7 +96,7 @@ uint32_t PlainVerdict(const DragPoint& drag, const _ori_point& p, const _ori_poi
 
 // Neighbours are settled early from squared lengths where no verdict is possible; that must never
 // change a verdict, least of all next to the band edges and at extreme scales.
-TEST(DragPoint, VerdictsMatchThePlainComputationEverywhere) {
+TEST(DragPointTest, VerdictsMatchThePlainComputationEverywhere) {
   auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_B1);
   std::mt19937_64 random(12);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
@@ -142,7 +142,7 @@ TEST(DragPoint, VerdictsMatchThePlainComputationEverywhere) {
   EXPECT_GT(decided, 1000);  // the cases do reach every band
 }
 
-TEST(DragPoint, NeighboursFollowTheBlockLayoutAndThisPassRemovals) {
+TEST(DragPointTest, NeighboursFollowTheBlockLayoutAndThisPassRemovals) {
   for (bool single_block : {false, true}) {
     auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_T);
     drag->IsSupported(single_block ? kZephelT : kZephelB1);
@@ -166,7 +166,7 @@ TEST(DragPoint, NeighboursFollowTheBlockLayoutAndThisPassRemovals) {
   }
 }
 
-TEST(DragPoint, PacketsOfChangingSizeStayInBounds) {
+TEST(DragPointTest, PacketsOfChangingSizeStayInBounds) {
   auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_KR360);
   const std::size_t sizes[] = {96, 192, 128, 96, 192, 96};
   const std::size_t answered[] = {96, 192, 192, 128, 96, 192};

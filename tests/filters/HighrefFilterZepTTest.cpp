@@ -18,7 +18,7 @@ std::vector<_ori_point> Filtered(std::vector<_ori_point> frame, const std::strin
   return frame;
 }
 
-TEST(HighrefFilterZepT, RemovesWeakReturnsNearAStrongOneOfTheGroup) {
+TEST(HighrefFilterZepTTest, RemovesWeakReturnsNearAStrongOneOfTheGroup) {
   const std::vector<_ori_point> out = Filtered({
       Return(10, 20.8, 30),  // before the strong return in the frame: still a ghost
       Return(25, 20.0, 41), Return(10, 21.2, 30), Return(81, 19.0, 30),  // exactly 1 m away
@@ -39,7 +39,7 @@ TEST(HighrefFilterZepT, RemovesWeakReturnsNearAStrongOneOfTheGroup) {
   EXPECT_EQ(wide[5].distance, 0.0);
 }
 
-TEST(HighrefFilterZepT, FramesWithoutAGroupedStrongReturnPassUnchanged) {
+TEST(HighrefFilterZepTTest, FramesWithoutAGroupedStrongReturnPassUnchanged) {
   const std::vector<_ori_point> frame = {Return(25, 20.0, 40),  // exactly 40 is not strong
                                          Return(0, 20.0, 90),   // channel 0 has no group
                                          Return(97, 20.0, 90), Return(4000000000u, 20.0, 90),
@@ -47,7 +47,7 @@ TEST(HighrefFilterZepT, FramesWithoutAGroupedStrongReturnPassUnchanged) {
   EXPECT_TRUE(test::SameBytes(Filtered(frame), frame));
 }
 
-TEST(HighrefFilterZepT, RangesAndThresholdsAreSinglePrecision) {
+TEST(HighrefFilterZepTTest, RangesAndThresholdsAreSinglePrecision) {
   // 20.1 held as a float is 20.1000004: a point 1.0000002 m beyond 20.1 is still within 1 m.
   EXPECT_EQ(Filtered({Return(25, 20.1, 41), Return(10, 21.1000002, 30)})[1].distance, 0.0);
   // 0.1 as a float is slightly above 0.1, so 20.1 is within it of 20.0.
@@ -57,7 +57,7 @@ TEST(HighrefFilterZepT, RangesAndThresholdsAreSinglePrecision) {
       0.0);
 }
 
-TEST(HighrefFilterZepT, MatchesAnyOfManyStrongRangesAndForgetsThemNextFrame) {
+TEST(HighrefFilterZepTTest, MatchesAnyOfManyStrongRangesAndForgetsThemNextFrame) {
   auto filter = test::MakeAlgo(33, LIDAR_ZEPHEL_T);
   std::vector<_ori_point> frame = {
       Return(25, 50.0, 41), Return(81, 5.0, 41), Return(25, 30.0, 41),

@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "filters/OutlierPoint.h"
 #include "support/TestSupport.h"
 
 namespace velmar {
@@ -25,25 +24,7 @@ std::vector<double> Filter(LidarType type, std::size_t n, const Spikes& spikes,
   return ranges;
 }
 
-TEST(OutlierPoint, ParametersComeAsAPairWithFallbacks) {
-  std::string out;
-  auto algo = test::MakeAlgoAs<OutlierPoint>(7, LIDAR_BRISEL, R"({"thresholdMultiple": 9})", &out);
-  EXPECT_EQ(out, "[algo]:OutlierPoint param is invalid!\n");
-  EXPECT_EQ(algo->threshold_multiple, 4.0);
-  algo = test::MakeAlgoAs<OutlierPoint>(7, LIDAR_BRISEL,
-                                        R"({"minThreshold": -0.5, "thresholdMultiple": -2})", &out);
-  EXPECT_EQ(out,
-            "[algo]:OutlierPoint thresholdMultiple is not in the correct range!\n"
-            "[algo]:OutlierPoint minThreshold is not in the correct range!\n");
-  EXPECT_EQ(algo->min_threshold, 0.1);
-  algo = test::MakeAlgoAs<OutlierPoint>(7, LIDAR_BRISEL,
-                                        R"({"thresholdMultiple": 0, "minThreshold": 1})", &out);
-  EXPECT_EQ(out, "");
-  EXPECT_EQ(algo->threshold_multiple, 0.0);
-  EXPECT_EQ(algo->min_threshold, 1.0);
-}
-
-TEST(OutlierPoint, RemovesASpikeWhenWholeMetresExceedTheThreshold) {
+TEST(OutlierPointTest, RemovesASpikeWhenWholeMetresExceedTheThreshold) {
   EXPECT_EQ(Filter(LIDAR_BRISEL, 128, {{5, 20.0}})[5], 0.0);
   EXPECT_EQ(Filter(LIDAR_BRISEL, 128, {{5, 10.5}})[5], 10.5);  // truncated difference is 0
   const std::string t_is_one = R"({"thresholdMultiple": 0, "minThreshold": 1})";
@@ -55,7 +36,7 @@ TEST(OutlierPoint, RemovesASpikeWhenWholeMetresExceedTheThreshold) {
   EXPECT_EQ(Filter(LIDAR_BRISEL, 128, {{5, 30.0}, {6, 20.0}})[6], 0.0);
 }
 
-TEST(OutlierPoint, RunEndsUseTheirNeighboursLineAndRunsStandAlone) {
+TEST(OutlierPointTest, RunEndsUseTheirNeighboursLineAndRunsStandAlone) {
   // The first point is judged by whether point 1 is off the line from point 0 to point 2.
   EXPECT_EQ(Filter(LIDAR_BRISEL, 128, {{0, 30.0}, {1, 20.0}})[0], 30.0);
   EXPECT_EQ(Filter(LIDAR_BRISEL, 128, {{0, 30.0}})[0], 0.0);
@@ -68,7 +49,7 @@ TEST(OutlierPoint, RunEndsUseTheirNeighboursLineAndRunsStandAlone) {
   EXPECT_EQ(columns[63] + columns[64], 0.0);
 }
 
-TEST(OutlierPoint, TreatsOnlyItsPointsAndLeavesShortFramesAlone) {
+TEST(OutlierPointTest, TreatsOnlyItsPointsAndLeavesShortFramesAlone) {
   const std::vector<double> orvik16 = Filter(LIDAR_ORVIK16, 400, {{300, 40.0}, {330, 40.0}});
   EXPECT_EQ(orvik16[300], 0.0);
   EXPECT_EQ(orvik16[330], 40.0);

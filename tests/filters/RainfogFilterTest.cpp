@@ -9,7 +9,7 @@ namespace {
 
 using test::Ret;
 
-TEST(RainfogFilter, BandsThresholdsAndPresets) {
+TEST(RainfogFilterTest, BandsThresholdsAndPresets) {
   const LidarType q = LIDAR_QUILL_A4;
   test::ExpectRemovals({
       // Strength 1.8 lies between the near (1.56) and far (2.66) thresholds: the band decides.
@@ -40,7 +40,7 @@ TEST(RainfogFilter, BandsThresholdsAndPresets) {
   });
 }
 
-TEST(RainfogFilter, PresetValuesStayAndTheModeIsTruncated) {
+TEST(RainfogFilterTest, PresetValuesStayAndTheModeIsTruncated) {
   auto filter = test::MakeAlgoAs<RainfogFilter>(
       13, LIDAR_QUILL_A4,
       R"({"rainfog_filter_range": 2.9, "big_reflecttion": 100, "max_pulse_distance": 50})");
@@ -51,12 +51,6 @@ TEST(RainfogFilter, PresetValuesStayAndTheModeIsTruncated) {
   EXPECT_EQ(filter->big_reflection, 3.0);
   EXPECT_EQ(filter->valid_distance_range, 30.0);
   EXPECT_EQ(filter->max_pulse_distance, 50.0);
-}
-
-TEST(RainfogFilter, SupportedModels) {
-  auto filter = test::MakeAlgoAs<RainfogFilter>(13, LIDAR_QUILL_A4);
-  EXPECT_TRUE(filter->IsSupported("QuillA2") && filter->IsSupported("Orvik48"));
-  EXPECT_FALSE(filter->IsSupported("Orvik48Depth") || filter->IsSupported("quilla4"));
 }
 
 }  // namespace

@@ -39,14 +39,7 @@ Frame Judge(const std::string& params, const std::vector<Frame>& frames) {
   return out;
 }
 
-TEST(SunlightNoise, MissingKeysAreInsertedAsZero) {
-  auto filter = test::MakeAlgoAs<SunlightNoise>(2, LIDAR_MARLO256, R"({"filterWindowV": -2.9})");
-  EXPECT_EQ(filter->filter_window_v, -2);
-  EXPECT_EQ(filter->num_params.size(), 5u);
-  EXPECT_EQ(filter->num_params.at("rightReflectThreshold"), 0.0);
-}
-
-TEST(SunlightNoise, DelayedOutputAfterACacheClear) {
+TEST(SunlightNoiseTest, DelayedOutputAfterACacheClear) {
   auto filter = test::MakeAlgoAs<SunlightNoise>(
       2, LIDAR_MARLO256, R"({"validDistance": 10, "filterWindowV": 3, "filterWindowH": 5})");
   // Frame k holds k strong points stamped k, so each output shows its source and its size.
@@ -68,7 +61,7 @@ TEST(SunlightNoise, DelayedOutputAfterACacheClear) {
   }
 }
 
-TEST(SunlightNoise, EnergyFloorAloneWhileTheHistoryFills) {
+TEST(SunlightNoiseTest, EnergyFloorAloneWhileTheHistoryFills) {
   Frame frame{Return(7.0, 10.0, 1.0), Return(1.0, 70.0001, 1.0), Suspect(2), Return(1, 9, 1)};
   frame[3].mirror = 1;
   const std::vector<Frame> one{frame};
@@ -82,7 +75,7 @@ TEST(SunlightNoise, EnergyFloorAloneWhileTheHistoryFills) {
   EXPECT_EQ(frame[3].distance, 1.0);  // mirror 1 is left alone on this model
 }
 
-TEST(SunlightNoise, SupportNeededPerEchoFromTheHistory) {
+TEST(SunlightNoiseTest, SupportNeededPerEchoFromTheHistory) {
   // One point per frame; frames 1..supporters support the suspect of frame 5, its own
   // unfiltered copy included.
   const auto kept = [](uint32_t echo, int supporters) {
@@ -99,7 +92,7 @@ TEST(SunlightNoise, SupportNeededPerEchoFromTheHistory) {
   EXPECT_FALSE(kept(2, 6));
 }
 
-TEST(SunlightNoise, IndexWindowReachesOneFurtherBack) {
+TEST(SunlightNoiseTest, IndexWindowReachesOneFurtherBack) {
   // The suspect at 10 of 20 points, supporters at the given offsets, nothing from the history.
   const auto kept = [](const std::string& window, std::initializer_list<int> offsets) {
     Frame frame(20, test::MakePoint(0.0));
@@ -118,7 +111,7 @@ TEST(SunlightNoise, IndexWindowReachesOneFurtherBack) {
   EXPECT_FALSE(kept("", {-4, -3, -2, -1, 1, 2, 3}));  // no key, no window
 }
 
-TEST(SunlightNoise, MidpointOfTheIndexNeighboursSupportsASecondEcho) {
+TEST(SunlightNoiseTest, MidpointOfTheIndexNeighboursSupportsASecondEcho) {
   // Supporters at -3, -2 and +2 leave a second echo one short; first echoes at -1 and +1 support
   // only through their midpoint, taken in single precision, in whole units from the suspect.
   const auto kept = [](double before, double after, double distance, bool weak_before = false) {
@@ -140,7 +133,7 @@ TEST(SunlightNoise, MidpointOfTheIndexNeighboursSupportsASecondEcho) {
   EXPECT_FALSE(kept(3.0, 7.0, 5.0, true));
 }
 
-TEST(SunlightNoise, WhatCountsAsSupport) {
+TEST(SunlightNoiseTest, WhatCountsAsSupport) {
   // In the frame a neighbour 2 m away supports through its pulse width, if under 3 apart.
   const auto kept_with_pulse = [](double pulse_width) {
     Frame frame(20, test::MakePoint(0.0));
@@ -170,7 +163,7 @@ TEST(SunlightNoise, WhatCountsAsSupport) {
   EXPECT_FALSE(kept_in_time(5e12, 5e12 + 3e9, 20.0));  // within tolerance, but past 32 bits
 }
 
-TEST(SunlightNoise, StrongEchoLevelsAreFixed) {
+TEST(SunlightNoiseTest, StrongEchoLevelsAreFixed) {
   const Frame frame{Return(5.0, 20.01, 1.0, 1), Return(5.0, 20.0, 1.0, 1),
                     Return(5.0, 80.01, 1.0, 0), Return(5.0, 80.0, 1.0, 0),
                     Return(5.0, 100.0, 1.0, 2)};
@@ -184,7 +177,7 @@ TEST(SunlightNoise, StrongEchoLevelsAreFixed) {
   EXPECT_EQ(out[4].distance, 0.0);  // strong, but neither echo index
 }
 
-TEST(SunlightNoise, ColumnNeighboursAndValidDistance) {
+TEST(SunlightNoiseTest, ColumnNeighboursAndValidDistance) {
   // Second echoes that find three supports in time (frames 4..6) and need one more: only a point
   // exactly 128 away gives it. Points at the valid distance are not judged at all.
   Frame frame(300, test::MakePoint(0.0));
@@ -288,7 +281,7 @@ TEST_F(SunlightNoise2Test, MirrorOneIsLeftAloneOnTheSmallBlindModel) {
   EXPECT_EQ(After(test::MakeFrame(40, 0.0), current)[10].distance, 5.0);
 }
 
-TEST(SunlightNoise3, StrictEdges) {
+TEST(SunlightNoise3Test, StrictEdges) {
   // Limits 3 m, pulse 3, strength 0.9, all strict.
   const char* p = R"({"max_distance": 9})";
   const LidarType b1 = LIDAR_ZEPHEL_B1;

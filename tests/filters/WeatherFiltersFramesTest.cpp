@@ -10,7 +10,6 @@
 #include <random>
 
 #include "support/TestSupport.h"
-#include "velmar/lidar_algo.h"
 
 namespace velmar {
 namespace {
@@ -67,9 +66,9 @@ std::size_t Removals(const Frame& before, const Frame& after, bool with_position
   return removed;
 }
 
-class WeatherFiltersFrames : public ::testing::TestWithParam<FilterCase> {};
+class WeatherFiltersFramesTest : public ::testing::TestWithParam<FilterCase> {};
 
-TEST_P(WeatherFiltersFrames, OddSizesOnlyLoseRanges) {
+TEST_P(WeatherFiltersFramesTest, OddSizesOnlyLoseRanges) {
   const FilterCase& c = GetParam();
   auto filter = test::MakeAlgo(c.id, c.type, c.params);
   std::mt19937 random(12345);
@@ -94,7 +93,7 @@ TEST_P(WeatherFiltersFrames, OddSizesOnlyLoseRanges) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    AllFilters, WeatherFiltersFrames,
+    AllFilters, WeatherFiltersFramesTest,
     ::testing::Values(
         FilterCase{2, LIDAR_MARLO256,
                    R"({"validDistance": 100, "filterWindowV": 3, "filterWindowH": 5})", true},
@@ -105,22 +104,26 @@ INSTANTIATE_TEST_SUITE_P(
         FilterCase{20, LIDAR_QUILL_A4, R"({"filter_channel_range": -200})", false},
         FilterCase{20, LIDAR_QUILL_A4, R"({"filter_channel_range": 200})", false}));
 
-TEST(WeatherPipeline, EachModelGetsItsFiltersInIdOrder) {
-  const std::string path = test::WriteTempFile(R"({"version": "2.0.6", "algo_list": [
-    {"id": 20, "enabled": true, "name": "close", "desc": "", "lidar_type": [], "param": {}},
-    {"id": 15, "enabled": true, "name": "sun3", "desc": "", "lidar_type": [], "param": {}},
-    {"id": 13, "enabled": true, "name": "rain", "desc": "", "lidar_type": [],
-     "param": {"rainfog_filter_range": 1}},
-    {"id": 3, "enabled": true, "name": "sun2", "desc": "", "lidar_type": [], "param": {}},
-    {"id": 2, "enabled": true, "name": "sun", "desc": "", "lidar_type": [],
-     "param": {"validDistance": 10, "filterWindowV": 3, "filterWindowH": 5}}]})");
+// Which models accept which weather filter, through the assembly of one configuration.
+TEST(WeatherPipelineTest, EachModelGetsItsFilters) {
+  using test::EntryJson;
+  const std::string config = test::ConfigJson(
+      EntryJson(20, "close") + "," + EntryJson(15, "sun3") + "," +
+      EntryJson(13, "rain", R"({"rainfog_filter_range": 1})") + "," + EntryJson(3, "sun2") + "," +
+      EntryJson(2, "sun", R"({"validDistance": 10, "filterWindowV": 3, "filterWindowH": 5})"));
   const auto added = [&](LidarType type) {
-    return test::CaptureOutput([&] { ILidarAlgo::Create(type, path); });
+    std::string output;
+    test::CreatePipeline(type, config, &output);
+    return output;
   };
+  const std::string close_and_rain = "[algo]: close is added!\n[algo]: rain is added!\n";
   EXPECT_EQ(added(LIDAR_ZEPHEL_B1), "[algo]: sun3 is added!\n[algo]: rain is added!\n");
   EXPECT_EQ(added(LIDAR_MARLO256), "[algo]: sun2 is added!\n[algo]: sun is added!\n");
   EXPECT_EQ(added(LIDAR_MARLO128H), "[algo]: sun is added!\n");
-  EXPECT_EQ(added(LIDAR_QUILL_A4), "[algo]: close is added!\n[algo]: rain is added!\n");
+  EXPECT_EQ(added(LIDAR_QUILL_A4), close_and_rain);
+  EXPECT_EQ(added(LIDAR_ZEPHEL_B2_B3_MP), close_and_rain);
+  EXPECT_EQ(added(LIDAR_QUILL_A2), "[algo]: rain is added!\n");
+  EXPECT_EQ(added(LIDAR_ORVIK48), "[algo]: rain is added!\n");
 }
 
 }  // namespace

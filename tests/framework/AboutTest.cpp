@@ -11,7 +11,7 @@
 namespace velmar {
 namespace {
 
-TEST(About, ModelNamesVersionAndDebugStrings) {
+TEST(AboutTest, ModelNamesVersionAndDebugStrings) {
   EXPECT_EQ(LidarTypeToStr(0), "Orvik16");
   EXPECT_EQ(LidarTypeToStr(7), "QuillA3");
   EXPECT_EQ(LidarTypeToStr(15), "ZephelB2/B3/MP");
@@ -24,7 +24,7 @@ TEST(About, ModelNamesVersionAndDebugStrings) {
   EXPECT_EQ(ILidarAlgo::DebugString(), "");
 }
 
-TEST(ParameterConversion, TruncatesTowardZeroAndSaturates) {
+TEST(ParameterConversionTest, TruncatesTowardZeroAndSaturates) {
   constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
   EXPECT_EQ(TruncateToInt32(2.9), 2);
   EXPECT_EQ(TruncateToInt32(-2.9), -2);

@@ -19,7 +19,7 @@ void ExpectAt(const _ori_point& p, double x, double y, double z) {
   EXPECT_NEAR(p.z, z, 1e-6);
 }
 
-TEST(CalculateRotateAllPointCloud, IdentityWithSwapFlagLeavesFrameUnchanged) {
+TEST(CalculateRotateAllPointCloudTest, IdentityWithSwapFlagLeavesFrameUnchanged) {
   std::vector<_ori_point> frame = {test::MakePointXYZ(1.0, 2.0, 3.0),
                                    test::MakePointXYZ(-0.0, 5.0, -1.0)};
   const std::vector<_ori_point> before = frame;
@@ -28,7 +28,7 @@ TEST(CalculateRotateAllPointCloud, IdentityWithSwapFlagLeavesFrameUnchanged) {
   EXPECT_TRUE(test::SameBytes(frame, before));
 }
 
-TEST(CalculateRotateAllPointCloud, SwapTakesEffectOnlyThroughARotation) {
+TEST(CalculateRotateAllPointCloudTest, SwapTakesEffectOnlyThroughARotation) {
   const _ori_point moved = Transformed(R"({"x_forward_flag": 1, "transformMoveX": 1})", 1, 2, 3);
   EXPECT_EQ(moved.x, 2.0);
   EXPECT_EQ(moved.y, 2.0);
@@ -37,7 +37,7 @@ TEST(CalculateRotateAllPointCloud, SwapTakesEffectOnlyThroughARotation) {
   ExpectAt(Transformed(R"({"x_forward_flag": 1, "transformRotateZ": 180})", 1, 2, 3), -2, 1, 3);
 }
 
-TEST(CalculateRotateAllPointCloud, QuarterTurnAboutZUsesSinglePrecisionDegreeFactor) {
+TEST(CalculateRotateAllPointCloudTest, QuarterTurnAboutZUsesSinglePrecisionDegreeFactor) {
   const _ori_point p = Transformed(R"({"transformRotateZ": 90})", 1, 0, 0);
   // cos(90 * float(pi/180)) is about 1.2e-8; the exact factor would give about 6e-17.
   EXPECT_NEAR(p.x, 1.2167964e-8, 1e-14);
@@ -45,20 +45,20 @@ TEST(CalculateRotateAllPointCloud, QuarterTurnAboutZUsesSinglePrecisionDegreeFac
   EXPECT_EQ(p.z, 0.0);
 }
 
-TEST(CalculateRotateAllPointCloud, RotatesAboutXBeforeZInBothTransforms) {
+TEST(CalculateRotateAllPointCloudTest, RotatesAboutXBeforeZInBothTransforms) {
   // Rx(90) takes +y to +z, which Rz leaves alone; the opposite order would end on -x.
   ExpectAt(Transformed(R"({"transformRotateX": 90, "transformRotateZ": 90})", 0, 1, 0), 0, 0, 1);
   ExpectAt(Transformed(R"({"transformRotateX": 90, "secondTransformRotateZ": 90})", 0, 1, 0), 0, 0,
            1);
 }
 
-TEST(CalculateRotateAllPointCloud, SecondTransformIsAppliedAfterTheFirst) {
+TEST(CalculateRotateAllPointCloudTest, SecondTransformIsAppliedAfterTheFirst) {
   ExpectAt(Transformed(R"({"transformRotateZ": 90, "secondTransformMoveX": 1})", 1, 0, 0), 1, 1, 0);
   // The second rotation also turns the first translation.
   ExpectAt(Transformed(R"({"transformMoveX": 1, "secondTransformRotateZ": 90})", 0, 0, 0), 0, 1, 0);
 }
 
-TEST(CalculateRotateAllPointCloud, TranslationIsSinglePrecisionAndMovesRemovedPoints) {
+TEST(CalculateRotateAllPointCloudTest, TranslationIsSinglePrecisionAndMovesRemovedPoints) {
   std::vector<_ori_point> frame = {test::MakePointXYZ(1, 2, 3), test::MakePointXYZ(0, 0, -1)};
   frame[0].distance = 7.0;
   test::MakeAlgo(31, LIDAR_ZEPHEL_T, R"({"transformMoveZ": 1.5, "transformMoveY": 0.1})")

@@ -45,29 +45,13 @@ std::shared_ptr<GroundDet> MakeGroundDet(const std::string& params) {
   return test::MakeAlgoAs<GroundDet>(kGroundDetId, LIDAR_MARLO128, params);
 }
 
-TEST(GroundDet, RunsOnMarlo128OnlyAndReadsItsKeys) {
-  std::string output;
-  auto det = test::MakeAlgoAs<GroundDet>(
-      kGroundDetId, LIDAR_MARLO128,
-      R"({"filter_ground_points_flag": 0.9, "filter_underground_points_flag": 1.5,
-          "nr_grids_coarse": 8.7, "filter_ground_points_threshold": 0.3, "nr_smooth_iter": -2})",
-      &output);
-  EXPECT_EQ(output, "");
-  EXPECT_TRUE(det->IsSupported("Marlo128") && !det->IsSupported("Marlo128H"));
-  EXPECT_FALSE(det->remove_ground);
-  EXPECT_TRUE(det->remove_underground);
-  EXPECT_EQ(det->detector_param.nr_grids_coarse, 8u);
-  EXPECT_EQ(det->detector_param.nr_smooth_iter, -2);
-  EXPECT_EQ(det->filter_ground_points_threshold, 0.3f);
-}
-
 struct BandCase {
   double height;
   bool ground;
   bool underground;
 };
 
-TEST(GroundDet, HeightBandsHaveExactEdges) {
+TEST(GroundDetTest, HeightBandsHaveExactEdges) {
   const double t = static_cast<double>(0.1f);
   const BandCase cases[] = {
       {0.0, true, false},   {t, true, false}, {std::nextafter(t, 1.0), false, false},
@@ -90,7 +74,7 @@ TEST(GroundDet, HeightBandsHaveExactEdges) {
   }
 }
 
-TEST(GroundDet, CellLookupTruncatesAndSkipsUnusablePlanes) {
+TEST(GroundDetTest, CellLookupTruncatesAndSkipsUnusablePlanes) {
   auto det = MakeGroundDet(R"({"debug_using_echo": 3})");
   ASSERT_TRUE(det->Init());
   EXPECT_EQ(det->cell_size_x, 9.0f);
@@ -112,7 +96,7 @@ TEST(GroundDet, CellLookupTruncatesAndSkipsUnusablePlanes) {
   }
 }
 
-TEST(GroundDet, FirstFrameWithholdsNearLowReferenceReturnsAndGivesThemBackClassified) {
+TEST(GroundDetTest, FirstFrameWithholdsNearLowReferenceReturnsAndGivesThemBackClassified) {
   auto det = MakeGroundDet(R"({"debug_using_echo": 5})");
   std::vector<_ori_point> frame = RevolutionStart();
   AddGround(frame);
@@ -147,7 +131,7 @@ TEST(GroundDet, FirstFrameWithholdsNearLowReferenceReturnsAndGivesThemBackClassi
   EXPECT_TRUE(det->Collected().empty());
 }
 
-TEST(GroundDet, LaterFramesClassifyInPlaceUntilAMarkEndsThePlanes) {
+TEST(GroundDetTest, LaterFramesClassifyInPlaceUntilAMarkEndsThePlanes) {
   auto det = MakeGroundDet(
       R"({"filter_ground_points_flag": 1, "filter_underground_points_flag": 1,
           "debug_using_echo": 5})");
@@ -179,7 +163,7 @@ TEST(GroundDet, LaterFramesClassifyInPlaceUntilAMarkEndsThePlanes) {
   EXPECT_TRUE(det->plane_ready);
 }
 
-TEST(GroundDet, FitWaitsForARevolutionStartOnTheReferenceFace) {
+TEST(GroundDetTest, FitWaitsForARevolutionStartOnTheReferenceFace) {
   auto det = MakeGroundDet("{}");
   std::vector<_ori_point> empty;
   det->Process(empty);
@@ -204,7 +188,7 @@ TEST(GroundDet, FitWaitsForARevolutionStartOnTheReferenceFace) {
 
 // Whole frames never open on the reference face beyond 150 degrees, so no fit ever runs: the
 // withheld returns stop at the cap instead of growing with every frame, and the rest stay put.
-TEST(GroundDet, WithheldReturnsAreCappedWhenNoFitComes) {
+TEST(GroundDetTest, WithheldReturnsAreCappedWhenNoFitComes) {
   auto det = MakeGroundDet("{}");
   det->max_withheld = 1000;
   for (int frame_index = 0; frame_index < 4; ++frame_index) {
@@ -219,7 +203,7 @@ TEST(GroundDet, WithheldReturnsAreCappedWhenNoFitComes) {
   EXPECT_FALSE(det->plane_ready);
 }
 
-TEST(GroundDet, WorkArraysDoublePastTheirCapacity) {
+TEST(GroundDetTest, WorkArraysDoublePastTheirCapacity) {
   auto det = MakeGroundDet(R"({"nr_points_max": 100})");
   std::vector<_ori_point> frame = RevolutionStart();
   AddGround(frame);
@@ -231,7 +215,7 @@ TEST(GroundDet, WorkArraysDoublePastTheirCapacity) {
   EXPECT_NEAR(det->point_heights[0], 0.0f, 0.03f);
 }
 
-TEST(GroundDet, InvalidDetectorSetIsReportedAtTheFirstFrameAndClassifiesNothing) {
+TEST(GroundDetTest, InvalidDetectorSetIsReportedAtTheFirstFrameAndClassifiesNothing) {
   testing::internal::CaptureStderr();
   auto det = MakeGroundDet(R"({"nr_grids_coarse": 1, "filter_ground_points_flag": 1})");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -245,7 +229,7 @@ TEST(GroundDet, InvalidDetectorSetIsReportedAtTheFirstFrameAndClassifiesNothing)
   EXPECT_EQ(frame.back().label, kUntouchedLabel);
 }
 
-TEST(GroundDet, GridsOfNoOrAbsurdSizeClassifyNothingAndNeverCrash) {
+TEST(GroundDetTest, GridsOfNoOrAbsurdSizeClassifyNothingAndNeverCrash) {
   for (const char* params : {R"({"nr_grids_coarse": 0})", R"({"nr_grids_coarse": 70000})",
                              R"({"roi_region_rad_x_min": 72})"}) {
     auto det = MakeGroundDet(params);
@@ -263,13 +247,11 @@ TEST(GroundDet, GridsOfNoOrAbsurdSizeClassifyNothingAndNeverCrash) {
 
 // The first sweep's ground is withheld and, with removal on, never comes back; the raised return
 // stays. Other models do not get the detector.
-TEST(GroundDet, RemovesGroundThroughAConfiguredMarlo128Pipeline) {
-  const std::string config = test::WriteTempFile(R"({"version": "2.0.6", "algo_list": [
-      {"id": 35, "enabled": true, "name": "ground", "desc": "", "lidar_type": [],
-       "param": {"filter_ground_points_flag": 1}}]})");
+TEST(GroundDetTest, RemovesGroundThroughAConfiguredMarlo128Pipeline) {
+  const std::string config =
+      test::ConfigJson(test::EntryJson(35, "ground", R"({"filter_ground_points_flag": 1})"));
   for (LidarType type : {LIDAR_MARLO128, LIDAR_MARLO128H}) {
-    std::unique_ptr<ILidarAlgo> pipeline;
-    test::CaptureOutput([&] { pipeline = ILidarAlgo::Create(type, config); });
+    auto pipeline = test::CreatePipeline(type, config);
     std::vector<_ori_point> frame = RevolutionStart();
     AddGround(frame);
     frame.push_back(Return(5, 5, -1.5, 1));

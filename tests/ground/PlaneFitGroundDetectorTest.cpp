@@ -59,7 +59,7 @@ std::string ValidateMessage(const PlaneFitGroundDetectorParam& param, bool* vali
   return testing::internal::GetCapturedStderr();
 }
 
-TEST(PlaneFitGroundDetectorParam, RejectsEachBadValueOnTheErrorStreamAndAcceptsEdges) {
+TEST(PlaneFitGroundDetectorParamTest, RejectsEachBadValueOnTheErrorStreamAndAcceptsEdges) {
   using P = PlaneFitGroundDetectorParam;
   const std::vector<void (*)(P&)> breakers = {
       [](P& p) { p.nr_grids_coarse = 1; },
@@ -94,7 +94,7 @@ TEST(PlaneFitGroundDetectorParam, RejectsEachBadValueOnTheErrorStreamAndAcceptsE
   }
 }
 
-TEST(PlaneFitGroundDetector, RecoversATiltedPlaneDespiteOutliers) {
+TEST(PlaneFitGroundDetectorTest, RecoversATiltedPlaneDespiteOutliers) {
   const Plane truth{0.03f, -0.02f, -2.0f};
   std::vector<float> xyz;
   AddGround(xyz, truth, -18, -18, 36);
@@ -126,7 +126,7 @@ TEST(PlaneFitGroundDetector, RecoversATiltedPlaneDespiteOutliers) {
   }
 }
 
-TEST(PlaneFitGroundDetector, ResultsDependOnTheFrameAloneNotOnCallHistory) {
+TEST(PlaneFitGroundDetectorTest, ResultsDependOnTheFrameAloneNotOnCallHistory) {
   // Heights scattered over +-25 cm: every hypothesis keeps a different inlier set, so the plane
   // depends on which samples were drawn.
   std::vector<float> noisy;
@@ -146,7 +146,7 @@ TEST(PlaneFitGroundDetector, ResultsDependOnTheFrameAloneNotOnCallHistory) {
             std::tie(again.a, again.b, again.c, again.d, again.support));
 }
 
-TEST(PlaneFitGroundDetector, SparseOrDegenerateCellsGetNoPlane) {
+TEST(PlaneFitGroundDetectorTest, SparseOrDegenerateCellsGetNoPlane) {
   std::vector<float> xyz;
   AddGround(xyz, {0, 0, -2}, 36.5f, 36.5f, 2.75f);  // 121 samples, below the 128 needed
   // A single scan line: it lies in countless planes.
@@ -186,7 +186,7 @@ std::vector<float> GroundWithSparseMiddle(float middle_rise, float middle_step) 
   return xyz;
 }
 
-TEST(PlaneFitGroundDetector, FillsASparseCellOnlyWhenItsReturnsAgree) {
+TEST(PlaneFitGroundDetectorTest, FillsASparseCellOnlyWhenItsReturnsAgree) {
   PlaneFitGroundDetector detector = MakeDetector();
   ASSERT_TRUE(Detect(detector, GroundWithSparseMiddle(0.0f, 1.0f)));  // 81 returns
   const GroundPlane* filled = CellAt(detector, 13.5f, 13.5f);
@@ -199,7 +199,7 @@ TEST(PlaneFitGroundDetector, FillsASparseCellOnlyWhenItsReturnsAgree) {
   EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
 }
 
-TEST(PlaneFitGroundDetector, RejectsACellLeaningAwayFromTheRestOfTheGround) {
+TEST(PlaneFitGroundDetectorTest, RejectsACellLeaningAwayFromTheRestOfTheGround) {
   std::vector<float> xyz;
   for (int row = 0; row < 3; ++row) {
     for (int column = 0; column < 3; ++column) {
@@ -219,7 +219,7 @@ TEST(PlaneFitGroundDetector, RejectsACellLeaningAwayFromTheRestOfTheGround) {
   EXPECT_EQ(CellAt(tolerant, 13.5f, 13.5f)->origin, kPlaneFitted);
 }
 
-TEST(PlaneFitGroundDetector, InlierBandWidensBeyondTheNearZone) {
+TEST(PlaneFitGroundDetectorTest, InlierBandWidensBeyondTheNearZone) {
   // The same +-15 cm scatter in a near cell and in one past roi_near_rad (32 m).
   std::vector<float> xyz;
   for (float x0 : {0.0f, 36.0f}) {
@@ -242,7 +242,7 @@ TEST(PlaneFitGroundDetector, InlierBandWidensBeyondTheNearZone) {
   EXPECT_LT(near->support, 324u * 6 / 7);
 }
 
-TEST(PlaneFitGroundDetector, SmoothingPullsAgreeingNeighboursTogether) {
+TEST(PlaneFitGroundDetectorTest, SmoothingPullsAgreeingNeighboursTogether) {
   std::vector<float> xyz;
   AddGround(xyz, {0, 0, -2.00f}, 0, 0, kCell, 0.5f);
   AddGround(xyz, {0, 0, -2.06f}, kCell, 0, kCell, 0.5f);
@@ -260,7 +260,7 @@ TEST(PlaneFitGroundDetector, SmoothingPullsAgreeingNeighboursTogether) {
   EXPECT_LT(gap_smooth, gap_raw / 2);
 }
 
-TEST(PlaneFitGroundDetector, AcceptsAnyCountStrideAndBadCoordinates) {
+TEST(PlaneFitGroundDetectorTest, AcceptsAnyCountStrideAndBadCoordinates) {
   PlaneFitGroundDetectorParam small;
   small.nr_points_max = 10;
   PlaneFitGroundDetector detector = MakeDetector(small);
@@ -284,7 +284,7 @@ TEST(PlaneFitGroundDetector, AcceptsAnyCountStrideAndBadCoordinates) {
 
 // Without a successful Init nothing is detected; absurd grids and unbounded regions are refused
 // at Init, and huge but valid iteration counts neither stall nor allocate without bound.
-TEST(PlaneFitGroundDetector, InitRefusesWhatCannotWorkAndBoundsTheRest) {
+TEST(PlaneFitGroundDetectorTest, InitRefusesWhatCannotWorkAndBoundsTheRest) {
   std::vector<float> xyz;
   AddGround(xyz, {0, 0, -2}, 0, 0, kCell, 0.5f);
   PlaneFitGroundDetectorParam bad;

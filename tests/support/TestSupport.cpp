@@ -112,5 +112,27 @@ std::string WriteTempFile(const std::string& text) {
   return path;
 }
 
+std::string ConfigJson(const std::string& entries, const std::string& root_extra) {
+  return "{\"version\": \"" + ILidarAlgo::VersionNumber() + "\"" + root_extra +
+         ", \"algo_list\": [" + entries + "]}";
+}
+
+std::string EntryJson(int id, const std::string& name, const std::string& params,
+                      const std::string& models) {
+  return "{\"id\": " + std::to_string(id) + ", \"enabled\": true, \"name\": \"" + name +
+         "\", \"desc\": \"\", \"lidar_type\": [" + models + "], \"param\": " + params + "}";
+}
+
+std::unique_ptr<ILidarAlgo> CreatePipeline(LidarType type, const std::string& json,
+                                           std::string* output) {
+  const std::string path = WriteTempFile(json);
+  std::unique_ptr<ILidarAlgo> pipeline;
+  const std::string printed = CaptureOutput([&] { pipeline = ILidarAlgo::Create(type, path); });
+  if (output != nullptr) {
+    *output = printed;
+  }
+  return pipeline;
+}
+
 }  // namespace test
 }  // namespace velmar

@@ -5,19 +5,16 @@
 #include <set>
 
 #include "CliTestSupport.h"
+#include "framework/AlgoCommon.h"
 #include "sim/SensorModel.h"
 
 namespace velmar {
 namespace sim {
 namespace {
 
-constexpr double kGridStart = 30.0;
-constexpr double kGridStep = 0.167;
-constexpr int kGridColumns = 720;
-
-// Column of the angle grid that the library's per-cell algorithms use.
+// Column of the sweep grid that the library's per-cell algorithms use.
 int GridColumn(double angle) {
-  return static_cast<int>(std::floor((angle - kGridStart) / kGridStep));
+  return static_cast<int>(std::floor((angle - kSweepGridFirstAngle) / kSweepGridColumnStep));
 }
 
 class FrameLayoutTest : public ::testing::TestWithParam<std::string> {
@@ -64,16 +61,16 @@ TEST_P(MirrorSweepTest, EachFaceSweepsTheWholeGridOnceAndCrossesBothEnds) {
       const double angle = frame_[first + std::size_t{c} * model_->channels].hor_angle;
       if (c > 0) {
         const double previous = frame_[first + std::size_t{c - 1} * model_->channels].hor_angle;
-        EXPECT_NEAR(angle - previous, kGridStep, 1e-9);
+        EXPECT_NEAR(angle - previous, kSweepGridColumnStep, 1e-9);
       }
       const int grid = GridColumn(angle);
-      if (grid >= 0 && grid < kGridColumns) {
+      if (grid >= 0 && grid < kSweepGridColumns) {
         EXPECT_TRUE(gridColumns.insert(grid).second) << "grid column " << grid << " twice";
       }
     }
-    EXPECT_EQ(gridColumns.size(), static_cast<std::size_t>(kGridColumns));
+    EXPECT_EQ(gridColumns.size(), static_cast<std::size_t>(kSweepGridColumns));
     // Frame-end and re-arm rules look for angles below 30 and above 150 degrees.
-    EXPECT_LT(frame_[first].hor_angle, kGridStart);
+    EXPECT_LT(frame_[first].hor_angle, kSweepGridFirstAngle);
     EXPECT_GT(frame_[first + model_->PointsPerFace() - 1].hor_angle, 150.0);
     EXPECT_EQ(
         GridColumn(frame_[first + std::size_t{model_->turnColumns} * model_->channels].hor_angle),
@@ -199,7 +196,8 @@ TEST(Zephel64LayoutTest, PacketsHoldTwoColumnsAndOnlyTheTurnPacketsStartOffGrid)
   ASSERT_EQ(m.packetPoints, 2 * m.channels);
   int beforeGrid = 0;
   for (std::size_t i = 0; i < frame.size(); i += m.packetPoints) {
-    beforeGrid += frame[i].hor_angle < kGridStart || frame[i + 64].hor_angle < kGridStart;
+    beforeGrid +=
+        frame[i].hor_angle < kSweepGridFirstAngle || frame[i + 64].hor_angle < kSweepGridFirstAngle;
   }
   EXPECT_EQ(beforeGrid, static_cast<int>(m.faces));
 }
