@@ -1,104 +1,91 @@
-#include "filters/CloseRangeNoiseFilter.h"
-
 #include <gtest/gtest.h>
+
+#include <functional>
 
 #include "support/TestSupport.h"
 
 namespace velmar {
 namespace {
 
+using Frame = std::vector<_ori_point>;
 using Indices = std::vector<std::size_t>;
-const Indices kLowEdge{0, 1, 2, 3, 4, 5};
-const Indices kHighEdge{58, 59, 60, 61, 62, 63};
 
-class CloseRangeNoiseFilterTest : public ::testing::Test {
- protected:
-  void SetUp() override { Reset(); }
-  // Two columns of 64 points in channel order, all at 20 m and past the start angle.
-  void Reset() {
-    frame = test::MakeFrame(128, 20.0);
-    for (std::size_t k = 0; k < frame.size(); ++k) {
-      frame[k].channel = static_cast<uint32_t>(k % 64);
-      frame[k].hor_angle = 30.0;
+// Two columns of 64 points in channel order, all at 20 m past the start angle, with the points of
+// `ranges` moved nearer or farther and any other `change`; the indices the filter deletes.
+Indices Deleted(const char* params, const std::vector<std::pair<std::size_t, double>>& ranges,
+                const std::function<void(Frame&)>& change) {
+  Frame frame = test::MakeFrame(128, 20.0);
+  for (std::size_t k = 0; k < frame.size(); ++k) {
+    frame[k].channel = static_cast<uint32_t>(k % 64);
+    frame[k].hor_angle = 30.0;
+  }
+  for (const auto& [index, distance] : ranges) {
+    frame[index].distance = distance;
+  }
+  if (change) {
+    change(frame);
+  }
+  test::MakeAlgo(20, LIDAR_QUILL_A4, params)->Process(frame);
+  Indices deleted;
+  for (std::size_t k = 0; k < frame.size(); ++k) {
+    if (frame[k].distance == 0.0) {
+      deleted.push_back(k);
     }
   }
-  Indices Deleted() {
-    filter->Process(frame);
+  return deleted;
+}
+
+TEST(CloseRangeNoiseFilterTest, MarkersDeleteFarEdgePointsOfTheirColumn) {
+  const Indices low{0, 1, 2, 3, 4, 5};
+  const Indices high{58, 59, 60, 61, 62, 63};
+  const Indices both_low{0, 1, 2, 3, 4, 5, 64, 65, 66, 67, 68, 69};
+  // After the first high marker of a column acts (42: 4.8 m behind is too little) its walk stops:
+  // the later markers 50 and 55 are not reached, while column 1 is still examined.
+  std::vector<std::pair<std::size_t, double>> stop{{42, 1.0}, {50, 0.5}, {114, 0.5}, {55, 1.0}};
+  for (std::size_t k : high) {
+    stop.insert(stop.end(), {{k, 5.8}, {64 + k, 5.8}});
+  }
+  struct Case {
+    const char* what;
+    const char* params;
+    std::vector<std::pair<std::size_t, double>> ranges;
     Indices deleted;
-    for (std::size_t k = 0; k < frame.size(); ++k) {
-      if (frame[k].distance == 0.0) {
-        deleted.push_back(k);
-      }
-    }
-    return deleted;
+    std::function<void(Frame&)> change;
+  };
+  const Case cases[] = {
+      {"both columns", "{}", {{7, 1.0}, {71, 1.0}}, both_low},
+      {"start angle 0", "{}", {{7, 1.0}, {71, 1.0}}, {}, [](Frame& f) { f[0].hor_angle = 29.9; }},
+      {"start angle 64", "{}", {{7, 1.0}, {71, 1.0}}, {}, [](Frame& f) { f[64].hor_angle = 29.9; }},
+      {"127 points", "{}", {{7, 1.0}, {71, 1.0}}, {}, [](Frame& f) { f.pop_back(); }},
+      {"marker at 2", "{}", {{10, 2.0}}, low},
+      {"marker at 0.3", "{}", {{10, 0.3}}, low},
+      {"marker beyond 2", "{}", {{10, 2.0001}}, {}},
+      {"marker under 0.3", "{}", {{10, 0.2999}}, {}},
+      {"exactly 5 m behind", "{}", {{10, 1.0}, {0, 6.0}, {1, 6.0001}}, {1, 2, 3, 4, 5}},
+      // 6 lies in the guarded range, 24..41 mid-column, 58 = 64 - range is not below it.
+      {"channel 6", "{}", {{6, 1.0}}, {}},
+      {"channel 7", "{}", {{7, 1.0}}, low},
+      {"channel 23", "{}", {{23, 1.0}}, low},
+      {"channel 24", "{}", {{24, 1.0}}, {}},
+      {"channel 41", "{}", {{41, 1.0}}, {}},
+      {"channel 42", "{}", {{42, 1.0}}, high},
+      {"channel 57", "{}", {{57, 1.0}}, high},
+      {"channel 58", "{}", {{58, 1.0}}, {}},
+      // A fractional range: channel 3 is above 2.5 but not at least 3.5; 61 starts the edge.
+      {"channel 3 of 2.5", R"({"filter_channel_range": 2.5})", {{3, 1.0}}, {}},
+      {"range 2.5",
+       R"({"filter_channel_range": 2.5})",
+       {{4, 1.0}, {124, 1.0}},
+       {0, 1, 2, 125, 126, 127}},
+      {"walk stops",
+       "{}",
+       stop,
+       {122, 123, 124, 125, 126, 127},
+       [](Frame& f) { f[55].channel = 10; }},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Deleted(c.params, c.ranges, c.change), c.deleted) << c.what;
   }
-
-  std::shared_ptr<CloseRangeNoiseFilter> filter =
-      test::MakeAlgoAs<CloseRangeNoiseFilter>(20, LIDAR_QUILL_A4);
-  std::vector<_ori_point> frame;
-};
-
-TEST_F(CloseRangeNoiseFilterTest, EntryNeedsAFullPacketPastTheStartAngle) {
-  frame[7].distance = 1.0;
-  frame[64 + 7].distance = 1.0;
-  const std::vector<_ori_point> marked = frame;
-  for (std::size_t start : {0u, 64u}) {
-    frame[start].hor_angle = 29.9;
-    EXPECT_TRUE(Deleted().empty()) << start;
-    frame = marked;
-  }
-  frame.pop_back();
-  EXPECT_TRUE(Deleted().empty());
-  frame = marked;
-  EXPECT_EQ(Deleted().size(), 12u);
-}
-
-TEST_F(CloseRangeNoiseFilterTest, MarkingRangeAndThresholdEdges) {
-  for (double marker : {2.0, 0.3, 2.0001, 0.2999}) {
-    Reset();
-    frame[10].distance = marker;
-    EXPECT_EQ(Deleted(), (marker == 2.0 || marker == 0.3) ? kLowEdge : Indices{}) << marker;
-  }
-  Reset();
-  frame[10].distance = 1.0;
-  frame[0].distance = 6.0;  // exactly the threshold behind: kept
-  frame[1].distance = 6.0001;
-  EXPECT_EQ(Deleted(), (Indices{1, 2, 3, 4, 5}));
-}
-
-TEST_F(CloseRangeNoiseFilterTest, WhichChannelsMark) {
-  // 6 lies in the guarded range, 24..41 mid-column, 58 = 64 - range is not below it.
-  for (uint32_t channel : {6u, 7u, 23u, 24u, 41u, 42u, 57u, 58u}) {
-    Reset();
-    frame[channel].distance = 1.0;
-    const Indices expected = channel == 7 || channel == 23    ? kLowEdge
-                             : channel == 42 || channel == 57 ? kHighEdge
-                                                              : Indices{};
-    EXPECT_EQ(Deleted(), expected) << channel;
-  }
-  // A fractional range: channel 3 is above 2.5 but not at least 3.5; position 61 starts the edge.
-  filter = test::MakeAlgoAs<CloseRangeNoiseFilter>(20, LIDAR_QUILL_A4,
-                                                   R"({"filter_channel_range": 2.5})");
-  Reset();
-  frame[3].distance = 1.0;
-  EXPECT_TRUE(Deleted().empty());
-  frame[3].distance = 20.0;
-  frame[4].distance = 1.0;
-  frame[64 + 60].distance = 1.0;
-  EXPECT_EQ(Deleted(), (Indices{0, 1, 2, 125, 126, 127}));
-}
-
-TEST_F(CloseRangeNoiseFilterTest, OnlyTheFirstHighMarkerOfAColumnActs) {
-  for (std::size_t k : kHighEdge) {
-    frame[k].distance = 5.8;
-    frame[64 + k].distance = 5.8;
-  }
-  frame[42].distance = 1.0;  // acts, but 4.8 behind is too little
-  frame[50].distance = 0.5;  // would delete, but the walk of column 0 has stopped
-  frame[64 + 50].distance = 0.5;
-  frame[55].channel = 10;  // a low marker after the stop is not reached either
-  frame[55].distance = 1.0;
-  EXPECT_EQ(Deleted(), (Indices{122, 123, 124, 125, 126, 127}));
 }
 
 }  // namespace

@@ -17,11 +17,7 @@ std::vector<double> Filter(LidarType type, std::size_t n, const Spikes& spikes,
     frame[spike.first].distance = spike.second;
   }
   test::MakeAlgo(7, type, params)->Process(frame);
-  std::vector<double> ranges;
-  for (const _ori_point& p : frame) {
-    ranges.push_back(p.distance);
-  }
-  return ranges;
+  return test::Ranges(frame);
 }
 
 TEST(OutlierPointTest, RemovesASpikeWhenWholeMetresExceedTheThreshold) {

@@ -53,47 +53,6 @@ float HeightOfGround(const GroundPlane& p, float x, float y) {
   return -(p.a * x + p.b * y + p.d) / p.c;
 }
 
-std::string ValidateMessage(const PlaneFitGroundDetectorParam& param, bool* valid) {
-  testing::internal::CaptureStderr();
-  *valid = param.Validate();
-  return testing::internal::GetCapturedStderr();
-}
-
-TEST(PlaneFitGroundDetectorParamTest, RejectsEachBadValueOnTheErrorStreamAndAcceptsEdges) {
-  using P = PlaneFitGroundDetectorParam;
-  const std::vector<void (*)(P&)> breakers = {
-      [](P& p) { p.nr_grids_coarse = 1; },
-      [](P& p) { p.nr_grids_fine = 15; },
-      [](P& p) { p.nr_points_max = 0; },
-      [](P& p) { p.nr_samples_min_threshold = 0; },
-      [](P& p) { p.nr_samples_max_threshold = 0; },
-      [](P& p) { p.nr_inliers_min_threshold = 0; },
-      [](P& p) { p.nr_ransac_iter_threshold = 0; },
-      [](P& p) { p.roi_region_rad_x = 0.0f; },
-      [](P& p) { p.roi_region_rad_y = -1.0f; },
-      [](P& p) { p.roi_region_rad_z = 0.0f; },
-      [](P& p) { p.planefit_dist_threshold_near = 0.2001f; },
-  };
-  for (std::size_t k = 0; k < breakers.size(); ++k) {
-    P p;
-    breakers[k](p);
-    bool valid = true;
-    EXPECT_EQ(ValidateMessage(p, &valid), "Invalid ground detector parameters... \n") << k;
-    EXPECT_FALSE(valid) << k;
-  }
-  // The defaults and these edge values pass silently: coarse may equal fine, near equal far.
-  P edges;
-  edges.nr_grids_coarse = 2;
-  edges.nr_grids_fine = 2;
-  edges.planefit_dist_threshold_near = edges.planefit_dist_threshold_far;
-  edges.roi_region_rad_x = 1e-6f;
-  for (const P& p : {P(), edges}) {
-    bool valid = false;
-    EXPECT_EQ(ValidateMessage(p, &valid), "");
-    EXPECT_TRUE(valid);
-  }
-}
-
 TEST(PlaneFitGroundDetectorTest, RecoversATiltedPlaneDespiteOutliers) {
   const Plane truth{0.03f, -0.02f, -2.0f};
   std::vector<float> xyz;
@@ -282,31 +241,56 @@ TEST(PlaneFitGroundDetectorTest, AcceptsAnyCountStrideAndBadCoordinates) {
   EXPECT_EQ(detector.GetGroundPlane(0, 16), nullptr);
 }
 
-// Without a successful Init nothing is detected; absurd grids and unbounded regions are refused
-// at Init, and huge but valid iteration counts neither stall nor allocate without bound.
+// Init checks the set: each bad value is refused on the error stream, and so are absurd grids and
+// unbounded regions; without a successful Init nothing is detected. Edge values pass silently:
+// coarse may equal fine, near equal far; huge iteration counts neither stall nor allocate
+// without bound.
 TEST(PlaneFitGroundDetectorTest, InitRefusesWhatCannotWorkAndBoundsTheRest) {
+  using P = PlaneFitGroundDetectorParam;
+  const std::string refused = "Invalid ground detector parameters... \n";
+  const std::vector<std::pair<void (*)(P&), std::string>> breakers = {
+      {[](P& p) { p.nr_grids_coarse = 1; }, refused},
+      {[](P& p) { p.nr_grids_fine = 15; }, refused},
+      {[](P& p) { p.nr_points_max = 0; }, refused},
+      {[](P& p) { p.nr_samples_min_threshold = 0; }, refused},
+      {[](P& p) { p.nr_samples_max_threshold = 0; }, refused},
+      {[](P& p) { p.nr_inliers_min_threshold = 0; }, refused},
+      {[](P& p) { p.nr_ransac_iter_threshold = 0; }, refused},
+      {[](P& p) { p.roi_region_rad_x = 0.0f; }, refused},
+      {[](P& p) { p.roi_region_rad_y = -1.0f; }, refused},
+      {[](P& p) { p.roi_region_rad_z = 0.0f; }, refused},
+      {[](P& p) { p.planefit_dist_threshold_near = 0.2001f; }, refused},
+      {[](P& p) { p.nr_grids_fine = 100000; }, ""},
+      {[](P& p) { p.roi_region_rad_x_min = -std::numeric_limits<float>::infinity(); }, ""},
+  };
   std::vector<float> xyz;
   AddGround(xyz, {0, 0, -2}, 0, 0, kCell, 0.5f);
-  PlaneFitGroundDetectorParam bad;
-  bad.nr_grids_coarse = 1;
-  PlaneFitGroundDetectorParam huge_grid;
-  huge_grid.nr_grids_fine = 100000;
-  PlaneFitGroundDetectorParam unbounded;
-  unbounded.roi_region_rad_x_min = -std::numeric_limits<float>::infinity();
-  for (const PlaneFitGroundDetectorParam& param : {bad, huge_grid, unbounded}) {
+  for (std::size_t k = 0; k < breakers.size(); ++k) {
+    P param;
+    breakers[k].first(param);
     PlaneFitGroundDetector detector(param);
-    EXPECT_FALSE(Detect(detector, xyz));  // before Init
+    EXPECT_FALSE(Detect(detector, xyz)) << k;  // before Init
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(detector.Init());
-    testing::internal::GetCapturedStderr();
-    EXPECT_FALSE(Detect(detector, xyz));
-    EXPECT_EQ(detector.GetGroundPlane(0, 0), nullptr);
+    EXPECT_FALSE(detector.Init()) << k;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), breakers[k].second) << k;
+    EXPECT_FALSE(Detect(detector, xyz)) << k;
+    EXPECT_EQ(detector.GetGroundPlane(0, 0), nullptr) << k;
   }
-  PlaneFitGroundDetectorParam endless;
+  P edges;
+  edges.nr_grids_coarse = 2;
+  edges.nr_grids_fine = 2;
+  edges.planefit_dist_threshold_near = edges.planefit_dist_threshold_far;
+  edges.roi_region_rad_x = 1e-6f;
+  P endless;
   endless.nr_smooth_iter = 2000000000;
   endless.nr_ransac_iter_threshold = 2000000000;
   endless.nr_z_comp_candis = 4000000000u;
   endless.nr_samples_max_threshold = 4000000000u;
+  for (const P& param : {edges, endless}) {
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(param.Validate());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  }
   PlaneFitGroundDetector detector = MakeDetector(endless);
   ASSERT_TRUE(Detect(detector, xyz));
   EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);

@@ -58,6 +58,14 @@ void ExpectRemovals(const std::vector<RuleCase>& cases, bool clears_measures) {
   }
 }
 
+std::vector<double> Ranges(const std::vector<_ori_point>& frame) {
+  std::vector<double> ranges;
+  for (const _ori_point& p : frame) {
+    ranges.push_back(p.distance);
+  }
+  return ranges;
+}
+
 bool SameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b) {
   return a.size() == b.size() &&
          (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(_ori_point)) == 0);

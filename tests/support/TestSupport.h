@@ -52,6 +52,9 @@ struct RuleCase {
 // intensity, range and pulse width; nothing else may change either way.
 void ExpectRemovals(const std::vector<RuleCase>& cases, bool clears_measures = false);
 
+// The range of every point of `frame`, in order.
+std::vector<double> Ranges(const std::vector<_ori_point>& frame);
+
 // Byte-wise equality of two frames, so that every field (reserved ones included) is compared.
 bool SameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b);
 

@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "sim/Recording.h"
+#include "sim/SensorModel.h"
 
 namespace velmar {
 namespace clitest {
@@ -62,23 +63,6 @@ std::string ReadText(const std::string& path) {
   return text.str();
 }
 
-std::string ConfigText(const std::string& entries) {
-  return "{\"version\": \"2.0.6\", \"algo_list\": [" + entries + "]}";
-}
-
-std::string RainEntry(double validDistance) {
-  return "{\"id\": 4, \"enabled\": true, \"name\": \"rain\", \"desc\": \"\", \"lidar_type\": [], "
-         "\"param\": {\"validDistance\": " +
-         std::to_string(validDistance) +
-         ", \"reflectionThreshold\": 40, \"intensityThreshold\": 299}}";
-}
-
-std::string UnderGroundEntry(double height) {
-  return "{\"id\": 5, \"enabled\": true, \"name\": \"under\", \"desc\": \"\", \"lidar_type\": [], "
-         "\"param\": {\"filter_ground_height\": " +
-         std::to_string(height) + "}}";
-}
-
 _ori_point TruthPoint(sim::TruthKind kind, double distance, double pulseWidth, double z) {
   _ori_point point{};
   point.y = distance;
@@ -95,11 +79,7 @@ void WriteRecording(const std::string& folder, const std::string& model,
                     const std::vector<std::vector<_ori_point>>& frames) {
   sim::RecordingInfo info;
   info.model = model;
-  for (int type = 0; type < 22; ++type) {
-    if (LidarTypeToStr(type) == model) {
-      info.lidarType = static_cast<uint32_t>(type);
-    }
-  }
+  info.lidarType = sim::FindSensorModel(model)->type;
   info.packetPoints = 128;
   sim::RecordingWriter writer(folder, info);
   for (const std::vector<_ori_point>& frame : frames) {

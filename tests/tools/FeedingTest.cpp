@@ -30,7 +30,7 @@ std::vector<_ori_point> NumberedFrame(std::size_t count, uint32_t first) {
   return frame;
 }
 
-using clitest::SameFrameBytes;
+using test::SameBytes;
 
 // Answers like the drag filter: packets of kPacket points only; the first two pass unchanged,
 // after that each call returns the previous packet, filtered (labelled).
@@ -81,7 +81,7 @@ TEST(FrameFeederTest, WholeFramesThroughAnUntouchingPipelineComeBackByteForByte)
   EXPECT_EQ(calls, 4);
   for (std::size_t f = 0; f < frames.size(); ++f) {
     EXPECT_EQ(out[f].index, f);
-    EXPECT_TRUE(SameFrameBytes(out[f].output, frames[f])) << "frame " << f;
+    EXPECT_TRUE(SameBytes(out[f].output, frames[f])) << "frame " << f;
     ASSERT_EQ(out[f].origin.size(), frames[f].size());
     for (std::size_t i = 0; i < frames[f].size(); ++i) {
       EXPECT_EQ(out[f].origin[i], static_cast<int64_t>(i));
@@ -119,7 +119,7 @@ TEST(FrameFeederTest, PacketModeCutsAShortLastPacketAndKeepsEveryPoint) {
   std::vector<FedFrame> out = FeedAll(
       [&sizes](std::vector<_ori_point>& unit) { sizes.push_back(unit.size()); }, kPacket, frames);
   ASSERT_EQ(out.size(), 1u);
-  EXPECT_TRUE(SameFrameBytes(out[0].output, frames[0]));
+  EXPECT_TRUE(SameBytes(out[0].output, frames[0]));
   // Three packets of the frame, then one empty packet of the last size pushed in at the end.
   EXPECT_EQ(sizes, (std::vector<std::size_t>{4, 4, 2, 2}));
 }
@@ -161,7 +161,7 @@ TEST(FrameFeederTest, PacketsThePipelineNeverHandsBackAreWrittenUnprocessed) {
   std::vector<FedFrame> out = FeedAll(stuck, kPacket, frames);
   ASSERT_EQ(out.size(), 1u);
   EXPECT_EQ(out[0].unreturned, 1u);
-  EXPECT_TRUE(SameFrameBytes(out[0].output, frames[0]));
+  EXPECT_TRUE(SameBytes(out[0].output, frames[0]));
 }
 
 using sim::TruthKind;

@@ -28,25 +28,44 @@ class FrameLayoutTest : public ::testing::TestWithParam<std::string> {
   std::vector<_ori_point> frame_;
 };
 
-TEST_P(FrameLayoutTest, NameMatchesTheLibrarysModelName) {
+// Whole packets of columns of every channel in order, each column at one angle and time; faces
+// follow their time slots; only the last point is marked; returns lie along their beam.
+TEST_P(FrameLayoutTest, EveryPointFollowsTheModelsLayout) {
   EXPECT_EQ(LidarTypeToStr(model_->type), model_->name);
   EXPECT_EQ(model_->elevationDeg.size(), model_->channels);
-}
-
-TEST_P(FrameLayoutTest, WholePacketsOfColumnsOfEveryChannelInOrderAtOneAngleAndTime) {
   ASSERT_EQ(frame_.size(), model_->PointsPerFrame());
   EXPECT_EQ(frame_.size() % model_->packetPoints, 0u);
   EXPECT_EQ(model_->packetPoints % model_->channels, 0u);
   for (std::size_t i = 0; i < frame_.size(); ++i) {
+    const _ori_point& p = frame_[i];
     const uint32_t channelIndex = i % model_->channels;
-    ASSERT_EQ(frame_[i].channel, model_->firstChannel + channelIndex) << "point " << i;
+    const uint32_t slot = static_cast<uint32_t>(i / model_->PointsPerFace());
+    ASSERT_EQ(p.channel, model_->firstChannel + channelIndex) << "point " << i;
     if (channelIndex > 0) {
-      ASSERT_EQ(frame_[i].hor_angle, frame_[i - 1].hor_angle) << "point " << i;
-      ASSERT_EQ(frame_[i].timestamp, frame_[i - 1].timestamp) << "point " << i;
+      ASSERT_EQ(p.hor_angle, frame_[i - 1].hor_angle) << "point " << i;
+      ASSERT_EQ(p.timestamp, frame_[i - 1].timestamp) << "point " << i;
     } else if (i > 0) {
-      ASSERT_GT(frame_[i].timestamp, frame_[i - 1].timestamp) << "point " << i;
+      ASSERT_GT(p.timestamp, frame_[i - 1].timestamp) << "point " << i;
     }
+    ASSERT_EQ(p.mark != 0, i + 1 == frame_.size()) << "point " << i;
+    ASSERT_EQ(p.mirror, model_->Mirror(slot, channelIndex)) << "point " << i;
+    ASSERT_EQ(p.echo, model_->Echo(channelIndex)) << "point " << i;
+    ASSERT_LE(p.mirror, 2u);
+    ASSERT_LE(p.echo, 1u);
+    if (p.distance <= 0.0) {
+      ASSERT_EQ(p.x, 0.0);
+      continue;
+    }
+    ASSERT_NEAR(std::sqrt(p.x * p.x + p.y * p.y + p.z * p.z), p.distance, 1e-9);
+    // y is the forward axis: the horizontal angle is measured from x towards y.
+    ASSERT_NEAR(std::remainder(std::atan2(p.y, p.x) * 180.0 / M_PI - p.hor_angle, 360.0), 0.0,
+                1e-9);
   }
+  // One sweep: from the first column of a face to the first column after its last one.
+  const _ori_point& lastOfFace = frame_[model_->PointsPerFace() - 1];
+  const double sweep = 1e-9 * static_cast<double>(lastOfFace.timestamp - frame_[0].timestamp) +
+                       model_->ColumnPeriodSec();
+  EXPECT_NEAR(sweep, model_->facePeriodSec, 1e-6);
 }
 
 // The mirror models sweep the angle grid of the per-cell algorithms.
@@ -75,36 +94,6 @@ TEST_P(MirrorSweepTest, EachFaceSweepsTheWholeGridOnceAndCrossesBothEnds) {
     EXPECT_EQ(
         GridColumn(frame_[first + std::size_t{model_->turnColumns} * model_->channels].hor_angle),
         0);
-  }
-}
-
-TEST_P(FrameLayoutTest, FacesFollowTheirTimeSlotsAndOnlyTheLastPointIsMarked) {
-  for (std::size_t i = 0; i < frame_.size(); ++i) {
-    ASSERT_EQ(frame_[i].mark != 0, i + 1 == frame_.size()) << "point " << i;
-    const uint32_t slot = static_cast<uint32_t>(i / model_->PointsPerFace());
-    const uint32_t channelIndex = i % model_->channels;
-    ASSERT_EQ(frame_[i].mirror, model_->Mirror(slot, channelIndex)) << "point " << i;
-    ASSERT_EQ(frame_[i].echo, model_->Echo(channelIndex)) << "point " << i;
-    ASSERT_LE(frame_[i].mirror, 2u);
-    ASSERT_LE(frame_[i].echo, 1u);
-  }
-  // One sweep: from the first column of a face to the first column after its last one.
-  const _ori_point& lastOfFace = frame_[model_->PointsPerFace() - 1];
-  const double sweep = 1e-9 * static_cast<double>(lastOfFace.timestamp - frame_[0].timestamp) +
-                       model_->ColumnPeriodSec();
-  EXPECT_NEAR(sweep, model_->facePeriodSec, 1e-6);
-}
-
-TEST_P(FrameLayoutTest, ReturnsLieAlongTheirBeam) {
-  for (const _ori_point& p : frame_) {
-    if (p.distance <= 0.0) {
-      ASSERT_EQ(p.x, 0.0);
-      continue;
-    }
-    ASSERT_NEAR(std::sqrt(p.x * p.x + p.y * p.y + p.z * p.z), p.distance, 1e-9);
-    // y is the forward axis: the horizontal angle is measured from x towards y.
-    ASSERT_NEAR(std::remainder(std::atan2(p.y, p.x) * 180.0 / M_PI - p.hor_angle, 360.0), 0.0,
-                1e-9);
   }
 }
 
