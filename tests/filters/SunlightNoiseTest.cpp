@@ -39,28 +39,6 @@ Frame Judge(const std::string& params, const std::vector<Frame>& frames) {
   return out;
 }
 
-TEST(SunlightNoiseTest, DelayedOutputAfterACacheClear) {
-  auto filter = test::MakeAlgoAs<SunlightNoise>(
-      2, LIDAR_MARLO256, R"({"validDistance": 10, "filterWindowV": 3, "filterWindowH": 5})");
-  // Frame k holds k strong points stamped k, so each output shows its source and its size.
-  const auto make = [](uint64_t k) {
-    Frame frame(static_cast<std::size_t>(k), Supporter());
-    for (_ori_point& p : frame) {
-      p.timestamp = k;
-    }
-    return frame;
-  };
-  for (int round = 0; round < 2; ++round) {
-    for (uint64_t k = 1; k <= 14; ++k) {
-      Frame frame = make(k);
-      filter->Process(frame);
-      const uint64_t source = k <= 5 ? k : (k <= 10 ? 5 : k - 5);
-      EXPECT_TRUE(test::SameBytes(frame, make(source))) << "round " << round << " call " << k;
-    }
-    filter->ClearCache();
-  }
-}
-
 TEST(SunlightNoiseTest, EnergyFloorAloneWhileTheHistoryFills) {
   Frame frame{Return(7.0, 10.0, 1.0), Return(1.0, 70.0001, 1.0), Suspect(2), Return(1, 9, 1)};
   frame[3].mirror = 1;

@@ -1,4 +1,5 @@
-// The pipeline serves callers of several threads one at a time.
+// What a host sees of the library: model names and version strings, and a pipeline that serves
+// callers of several threads one at a time.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,6 +14,19 @@ namespace {
 
 using test::CaptureOutput;
 using test::MakeFrame;
+
+TEST(FacadeTest, ModelNamesVersionAndDebugStrings) {
+  EXPECT_EQ(LidarTypeToStr(0), "Orvik16");
+  EXPECT_EQ(LidarTypeToStr(7), "QuillA3");
+  EXPECT_EQ(LidarTypeToStr(15), "ZephelB2/B3/MP");
+  EXPECT_EQ(LidarTypeToStr(17), "Marlo128");
+  EXPECT_EQ(LidarTypeToStr(LIDAR_KR360), "KR360");
+  for (int outside : {22, -1, 1 << 30}) {
+    EXPECT_EQ(LidarTypeToStr(outside), "") << outside;
+  }
+  EXPECT_EQ(ILidarAlgo::VersionNumber(), "2.0.6");
+  EXPECT_EQ(ILidarAlgo::DebugString(), "");
+}
 
 // Records how many calls of Process overlap, to show that the pipeline serialises its callers.
 class OverlapProbe : public AlgoBase {

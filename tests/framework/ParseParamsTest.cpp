@@ -3,11 +3,13 @@
 // (or the value held so far) stays.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <sstream>
 
 #include "filters/OutlierPoint.h"
 #include "filters/SunlightNoise.h"
+#include "framework/AlgoCommon.h"
 #include "geometry/JointabcProcess.h"
 #include "geometry/MirrorMotionCompensation.h"
 #include "geometry/RainPoint.h"
@@ -151,6 +153,20 @@ TEST(ParseParamsTest, MessagesAndTheValuesKept) {
     EXPECT_EQ(printed, c.printed) << "id " << c.id << " " << c.params;
     EXPECT_EQ(c.held(*algo), c.expected) << "id " << c.id << " " << c.params;
   }
+}
+
+// Integer parameters come from JSON numbers truncated toward zero, saturating, NaN read as 0.
+TEST(ParseParamsTest, IntegersAreTruncatedTowardZeroAndSaturate) {
+  constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+  EXPECT_EQ(TruncateToInt32(2.9), 2);
+  EXPECT_EQ(TruncateToInt32(-2.9), -2);
+  EXPECT_EQ(TruncateToInt32(1e12), kMax);
+  EXPECT_EQ(TruncateToInt32(-1e12), std::numeric_limits<int32_t>::min());
+  EXPECT_EQ(TruncateToInt32(std::nan("")), 0);
+  EXPECT_EQ(TruncateToInt32(INFINITY), kMax);
+  EXPECT_EQ(TruncateToUint32(7.99), 7u);
+  EXPECT_EQ(TruncateToUint32(-3.0), 0u);
+  EXPECT_EQ(TruncateToUint32(5e9), std::numeric_limits<uint32_t>::max());
 }
 
 }  // namespace

@@ -53,6 +53,20 @@ float HeightOfGround(const GroundPlane& p, float x, float y) {
   return -(p.a * x + p.b * y + p.d) / p.c;
 }
 
+// The ground height at (x, y) by the plane of its cell; NaN where the cell has none.
+float GroundAt(const PlaneFitGroundDetector& d, float x, float y) {
+  const GroundPlane* plane = CellAt(d, x, y);
+  return plane == nullptr ? std::nanf("") : HeightOfGround(*plane, x, y);
+}
+
+// A detector of `param` after one successful detection over `xyz`.
+PlaneFitGroundDetector Fitted(const std::vector<float>& xyz,
+                              const PlaneFitGroundDetectorParam& param = {}) {
+  PlaneFitGroundDetector detector = MakeDetector(param);
+  EXPECT_TRUE(Detect(detector, xyz));
+  return detector;
+}
+
 TEST(PlaneFitGroundDetectorTest, RecoversATiltedPlaneDespiteOutliers) {
   const Plane truth{0.03f, -0.02f, -2.0f};
   std::vector<float> xyz;
@@ -69,8 +83,7 @@ TEST(PlaneFitGroundDetectorTest, RecoversATiltedPlaneDespiteOutliers) {
       }
     }
   }
-  PlaneFitGroundDetector detector = MakeDetector();
-  ASSERT_TRUE(Detect(detector, xyz));
+  PlaneFitGroundDetector detector = Fitted(xyz);
   const float length = std::sqrt(1 + truth.slope_x * truth.slope_x + truth.slope_y * truth.slope_y);
   for (float cy : {-13.5f, -4.5f, 4.5f, 13.5f}) {
     for (float cx : {-13.5f, -4.5f, 4.5f, 13.5f}) {
@@ -95,8 +108,7 @@ TEST(PlaneFitGroundDetectorTest, ResultsDependOnTheFrameAloneNotOnCallHistory) {
   }
   std::vector<float> other;
   AddGround(other, {0.0f, 0.02f, -1.8f}, -9, -9, 27);
-  PlaneFitGroundDetector detector = MakeDetector();
-  ASSERT_TRUE(Detect(detector, noisy));
+  PlaneFitGroundDetector detector = Fitted(noisy);
   const GroundPlane first = *CellAt(detector, 4.5f, 4.5f);
   ASSERT_TRUE(Detect(detector, other));
   ASSERT_TRUE(Detect(detector, noisy));
@@ -118,18 +130,15 @@ TEST(PlaneFitGroundDetectorTest, SparseOrDegenerateCellsGetNoPlane) {
       xyz.insert(xyz.end(), {x, y, -3.0f + 0.84f * (x - 40)});
     }
   }
-  PlaneFitGroundDetector detector = MakeDetector();
-  ASSERT_TRUE(Detect(detector, xyz));
+  PlaneFitGroundDetector detector = Fitted(xyz);
   EXPECT_EQ(CellAt(detector, 37, 37), nullptr);
   EXPECT_EQ(CellAt(detector, -39, -39), nullptr);
   EXPECT_EQ(CellAt(detector, 40.5f, -55), nullptr);
 
   PlaneFitGroundDetectorParam fewer;
   fewer.nr_samples_min_threshold = 121;
-  PlaneFitGroundDetector lenient = MakeDetector(fewer);
-  ASSERT_TRUE(Detect(lenient, xyz));
-  ASSERT_NE(CellAt(lenient, 37, 37), nullptr);
-  EXPECT_NEAR(HeightOfGround(*CellAt(lenient, 37, 37), 37, 37), -2.0f, 0.01f);
+  PlaneFitGroundDetector lenient = Fitted(xyz, fewer);
+  EXPECT_NEAR(GroundAt(lenient, 37, 37), -2.0f, 0.01f);
 }
 
 // Three rows of cells; the middle one of the centre row is given only `middle` returns.
@@ -148,10 +157,8 @@ std::vector<float> GroundWithSparseMiddle(float middle_rise, float middle_step) 
 TEST(PlaneFitGroundDetectorTest, FillsASparseCellOnlyWhenItsReturnsAgree) {
   PlaneFitGroundDetector detector = MakeDetector();
   ASSERT_TRUE(Detect(detector, GroundWithSparseMiddle(0.0f, 1.0f)));  // 81 returns
-  const GroundPlane* filled = CellAt(detector, 13.5f, 13.5f);
-  ASSERT_NE(filled, nullptr);
-  EXPECT_EQ(filled->origin, kPlaneFilled);
-  EXPECT_NEAR(HeightOfGround(*filled, 13.5f, 13.5f), -2.0f, 0.01f);
+  ASSERT_NEAR(GroundAt(detector, 13.5f, 13.5f), -2.0f, 0.01f);
+  EXPECT_EQ(CellAt(detector, 13.5f, 13.5f)->origin, kPlaneFilled);
 
   ASSERT_TRUE(Detect(detector, GroundWithSparseMiddle(0.5f, 1.0f)));  // a raised platform
   EXPECT_EQ(CellAt(detector, 13.5f, 13.5f), nullptr);
@@ -167,13 +174,11 @@ TEST(PlaneFitGroundDetectorTest, RejectsACellLeaningAwayFromTheRestOfTheGround) 
       AddGround(xyz, {rise, 0, -2.0f - rise * 13.5f}, column * kCell, row * kCell, kCell, 0.5f);
     }
   }
-  PlaneFitGroundDetector strict = MakeDetector();
-  ASSERT_TRUE(Detect(strict, xyz));
+  PlaneFitGroundDetector strict = Fitted(xyz);
   EXPECT_EQ(CellAt(strict, 13.5f, 13.5f), nullptr);
   PlaneFitGroundDetectorParam loose;
   loose.planefit_orien_threshold = 10.0f;
-  PlaneFitGroundDetector tolerant = MakeDetector(loose);
-  ASSERT_TRUE(Detect(tolerant, xyz));
+  PlaneFitGroundDetector tolerant = Fitted(xyz, loose);
   ASSERT_NE(CellAt(tolerant, 13.5f, 13.5f), nullptr);
   EXPECT_EQ(CellAt(tolerant, 13.5f, 13.5f)->origin, kPlaneFitted);
 }
@@ -191,8 +196,7 @@ TEST(PlaneFitGroundDetectorTest, InlierBandWidensBeyondTheNearZone) {
   }
   PlaneFitGroundDetectorParam p;
   p.planefit_filter_threshold = 0.5f;  // keep the whole scatter as samples
-  PlaneFitGroundDetector detector = MakeDetector(p);
-  ASSERT_TRUE(Detect(detector, xyz));
+  PlaneFitGroundDetector detector = Fitted(xyz, p);
   const GroundPlane* near = CellAt(detector, 4.5f, 4.5f);
   const GroundPlane* far = CellAt(detector, 40.5f, 4.5f);
   ASSERT_NE(near, nullptr);
@@ -207,14 +211,10 @@ TEST(PlaneFitGroundDetectorTest, SmoothingPullsAgreeingNeighboursTogether) {
   AddGround(xyz, {0, 0, -2.06f}, kCell, 0, kCell, 0.5f);
   PlaneFitGroundDetectorParam raw;
   raw.nr_smooth_iter = 0;
-  PlaneFitGroundDetector unsmoothed = MakeDetector(raw);
-  PlaneFitGroundDetector smoothed = MakeDetector();
-  ASSERT_TRUE(Detect(unsmoothed, xyz));
-  ASSERT_TRUE(Detect(smoothed, xyz));
-  const float gap_raw = HeightOfGround(*CellAt(unsmoothed, 4.5f, 4.5f), 4.5f, 4.5f) -
-                        HeightOfGround(*CellAt(unsmoothed, 13.5f, 4.5f), 13.5f, 4.5f);
-  const float gap_smooth = HeightOfGround(*CellAt(smoothed, 4.5f, 4.5f), 4.5f, 4.5f) -
-                           HeightOfGround(*CellAt(smoothed, 13.5f, 4.5f), 13.5f, 4.5f);
+  PlaneFitGroundDetector unsmoothed = Fitted(xyz, raw);
+  PlaneFitGroundDetector smoothed = Fitted(xyz);
+  const float gap_raw = GroundAt(unsmoothed, 4.5f, 4.5f) - GroundAt(unsmoothed, 13.5f, 4.5f);
+  const float gap_smooth = GroundAt(smoothed, 4.5f, 4.5f) - GroundAt(smoothed, 13.5f, 4.5f);
   EXPECT_NEAR(gap_raw, 0.06f, 0.01f);
   EXPECT_LT(gap_smooth, gap_raw / 2);
 }
@@ -234,8 +234,7 @@ TEST(PlaneFitGroundDetectorTest, AcceptsAnyCountStrideAndBadCoordinates) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   wide.insert(wide.end(), {nan, 1.0f, -2.0f, 0.0f, 1.0f, nan, -2.0f, 0.0f, 1e30f, -1e30f, nan, 0});
   ASSERT_TRUE(detector.Detect(wide.data(), static_cast<unsigned>(wide.size() / 4), 4));
-  ASSERT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
-  EXPECT_NEAR(HeightOfGround(*CellAt(detector, 4.5f, 4.5f), 4.5f, 4.5f), -2.0f, 0.01f);
+  EXPECT_NEAR(GroundAt(detector, 4.5f, 4.5f), -2.0f, 0.01f);
   EXPECT_FALSE(detector.Detect(wide.data(), 3, 2));
   EXPECT_EQ(detector.GetGroundPlane(-1, 0), nullptr);
   EXPECT_EQ(detector.GetGroundPlane(0, 16), nullptr);
@@ -291,8 +290,7 @@ TEST(PlaneFitGroundDetectorTest, InitRefusesWhatCannotWorkAndBoundsTheRest) {
     EXPECT_TRUE(param.Validate());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   }
-  PlaneFitGroundDetector detector = MakeDetector(endless);
-  ASSERT_TRUE(Detect(detector, xyz));
+  PlaneFitGroundDetector detector = Fitted(xyz, endless);
   EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Outcome.h"
 #include "sim/Simulator.h"
 #include "sim/Truth.h"
 #include "support/TestSupport.h"
@@ -54,7 +55,10 @@ void WriteRecording(const std::string& folder, const std::string& model,
                     const std::vector<std::vector<_ori_point>>& frames);
 std::vector<std::vector<_ori_point>> ReadRecording(const std::string& folder);
 
-// Width and height from a PNG file's signature and header chunk; {0, 0} when it is not a PNG.
+// The counts of one truth class in a tally: returns, removed, flagged, moved, added, lost.
+std::vector<uint64_t> Counts(const tools::OutcomeTally& tally, sim::TruthKind kind);
+
+// Width and height of a PNG file; {0, 0} when it is not a PNG.
 struct PngSize {
   uint32_t width = 0;
   uint32_t height = 0;
