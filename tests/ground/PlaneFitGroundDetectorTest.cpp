@@ -282,8 +282,8 @@ TEST(PlaneFitGroundDetector, AcceptsAnyCountStrideAndBadCoordinates) {
   EXPECT_EQ(detector.GetGroundPlane(0, 16), nullptr);
 }
 
-// Without a successful Init nothing is detected; absurd grids and unbounded regions are refused
-// at Init, and huge but valid iteration counts neither stall nor allocate without bound.
+// Without a successful Init nothing is detected; absurd grids, sample counts and unbounded
+// regions are refused at Init, and huge iteration counts neither stall nor allocate without bound.
 TEST(PlaneFitGroundDetector, InitRefusesWhatCannotWorkAndBoundsTheRest) {
   std::vector<float> xyz;
   AddGround(xyz, {0, 0, -2}, 0, 0, kCell, 0.5f);
@@ -293,7 +293,12 @@ TEST(PlaneFitGroundDetector, InitRefusesWhatCannotWorkAndBoundsTheRest) {
   huge_grid.nr_grids_fine = 100000;
   PlaneFitGroundDetectorParam unbounded;
   unbounded.roi_region_rad_x_min = -std::numeric_limits<float>::infinity();
-  for (const PlaneFitGroundDetectorParam& param : {bad, huge_grid, unbounded}) {
+  PlaneFitGroundDetectorParam many_samples;
+  many_samples.nr_samples_max_threshold = 4000000000u;
+  PlaneFitGroundDetectorParam many_candidates;
+  many_candidates.nr_z_comp_candis = 4000000000u;
+  for (const PlaneFitGroundDetectorParam& param :
+       {bad, huge_grid, unbounded, many_samples, many_candidates}) {
     PlaneFitGroundDetector detector(param);
     EXPECT_FALSE(Detect(detector, xyz));  // before Init
     testing::internal::CaptureStderr();
@@ -305,8 +310,6 @@ TEST(PlaneFitGroundDetector, InitRefusesWhatCannotWorkAndBoundsTheRest) {
   PlaneFitGroundDetectorParam endless;
   endless.nr_smooth_iter = 2000000000;
   endless.nr_ransac_iter_threshold = 2000000000;
-  endless.nr_z_comp_candis = 4000000000u;
-  endless.nr_samples_max_threshold = 4000000000u;
   PlaneFitGroundDetector detector = MakeDetector(endless);
   ASSERT_TRUE(Detect(detector, xyz));
   EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
