@@ -106,10 +106,15 @@ class RunSummary {
   std::vector<double> seconds_;
 };
 
+// The output replaces whatever recording is at its place, so it must be neither the input nor
+// a folder holding it.
 void CheckDistinctFolders(const std::string& input, const std::string& output) {
   std::error_code error;
-  if (std::filesystem::exists(output, error) && std::filesystem::equivalent(input, output, error)) {
-    throw CommandError(output + ": output folder is the input recording");
+  const std::filesystem::path in = std::filesystem::weakly_canonical(input, error);
+  const std::filesystem::path out = std::filesystem::weakly_canonical(output, error);
+  const auto mismatch = std::mismatch(out.begin(), out.end(), in.begin(), in.end());
+  if (mismatch.first == out.end()) {
+    throw CommandError(output + ": output folder is the input recording or holds it");
   }
 }
 
@@ -126,7 +131,8 @@ void Run(const RunOptions& options) {
   info.attributes["source"] = options.input;
   info.attributes["fed_as"] =
       options.packet == 0 ? "frames" : "packets of " + std::to_string(options.packet);
-  sim::RecordingWriter writer(options.output, info);
+  sim::StagedFolder staged(options.output);
+  sim::RecordingWriter writer(staged.Path(), info);
   RunSummary summary;
   FeedRecording(
       *reader, [&pipeline](std::vector<_ori_point>& unit) { pipeline->Process(unit); },
@@ -137,6 +143,7 @@ void Run(const RunOptions& options) {
       },
       "run");
   writer.Close();
+  staged.Commit();
   summary.Print(std::cout, options.output);
 }
 

@@ -50,12 +50,14 @@ void RunSimulate(const SimulateOptions& options) {
   info.scene = options.settings.scene;
   info.noise = options.settings.noise;
   info.seed = options.settings.seed;
-  sim::RecordingWriter writer(options.output, info);
+  sim::StagedFolder staged(options.output);
+  sim::RecordingWriter writer(staged.Path(), info);
   std::vector<_ori_point> frame;
   while (simulator.NextFrame(frame)) {
     writer.WriteFrame(frame);
   }
   writer.Close();
+  staged.Commit();
   std::cout << "wrote " << options.settings.frames << " frames of " << model.name << " ("
             << model.PointsPerFrame() << " points each) to " << options.output << std::endl;
 }
