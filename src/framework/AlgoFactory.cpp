@@ -114,20 +114,34 @@ struct FootprintEntry {
 };
 
 // Every class of the id table states its footprint here; a new algorithm adds its line.
+// clang-format off
 constexpr FootprintEntry kFootprints[] = {
-    {1, FootprintOf<UndistortPoint>},      {2, FootprintOf<SunlightNoise>},
-    {3, FootprintOf<SunlightNoise2>},      {4, FootprintOf<RainPoint>},
-    {5, FootprintOf<UnderGroundPoint>},    {6, FootprintOf<MirrorMotionCompensation>},
-    {7, FootprintOf<OutlierPoint>},        {10, FootprintOf<JointabcProcess>},
-    {12, FootprintOf<DragPoint>},          {13, FootprintOf<RainfogFilter>},
-    {15, FootprintOf<SunlightNoise3>},     {16, FootprintOf<DeletePoint>},
-    {18, FootprintOf<SmallBlind>},         {20, FootprintOf<CloseRangeNoiseFilter>},
-    {21, FootprintOf<MotionPoint>},        {23, FootprintOf<CloseRangeNoise128>},
-    {24, FootprintOf<HighRef128>},         {25, FootprintOf<FixedNoise128>},
-    {26, FootprintOf<LidarInterfere128>},  {27, FootprintOf<UndistortPoint2>},
-    {28, FootprintOf<SmallBlindMarlo128>}, {31, FootprintOf<CalculateRotateAllPointCloud>},
-    {33, FootprintOf<HighrefFilterZepT>},  {35, FootprintOf<GroundDet>},
+    {1, FootprintOf<UndistortPoint>},
+    {2, FootprintOf<SunlightNoise>},
+    {3, FootprintOf<SunlightNoise2>},
+    {4, FootprintOf<RainPoint>},
+    {5, FootprintOf<UnderGroundPoint>},
+    {6, FootprintOf<MirrorMotionCompensation>},
+    {7, FootprintOf<OutlierPoint>},
+    {10, FootprintOf<JointabcProcess>},
+    {12, FootprintOf<DragPoint>},
+    {13, FootprintOf<RainfogFilter>},
+    {15, FootprintOf<SunlightNoise3>},
+    {16, FootprintOf<DeletePoint>},
+    {18, FootprintOf<SmallBlind>},
+    {20, FootprintOf<CloseRangeNoiseFilter>},
+    {21, FootprintOf<MotionPoint>},
+    {23, FootprintOf<CloseRangeNoise128>},
+    {24, FootprintOf<HighRef128>},
+    {25, FootprintOf<FixedNoise128>},
+    {26, FootprintOf<LidarInterfere128>},
+    {27, FootprintOf<UndistortPoint2>},
+    {28, FootprintOf<SmallBlindMarlo128>},
+    {31, FootprintOf<CalculateRotateAllPointCloud>},
+    {33, FootprintOf<HighrefFilterZepT>},
+    {35, FootprintOf<GroundDet>},
 };
+// clang-format on
 
 void CopyMembers(const rapidjson::Value& param, Algorithm::NumberParams& numbers,
                  std::map<std::string, std::string>& texts) {
