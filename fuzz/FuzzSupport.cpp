@@ -3,19 +3,17 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <map>
+
+#include "sim/SensorModel.h"
+#include "sim/Simulator.h"
 
 namespace velmar {
 namespace fuzz {
-namespace {
-
-constexpr double kColumnStep = 0.167;
-constexpr double kFirstAngle = 20.0;
-
-}  // namespace
-
 void SilenceLibraryOutput() {
   if (std::freopen("/dev/null", "w", stdout) == nullptr) {
     std::abort();
@@ -37,30 +35,88 @@ std::string InMemoryFile(const uint8_t* data, std::size_t size) {
   return "/proc/self/fd/" + std::to_string(fd);
 }
 
-std::vector<_ori_point> OrdinaryFrame(uint32_t columns, uint32_t channels) {
+namespace {
+
+constexpr double kColumnStep = 0.167;
+constexpr double kFirstAngle = 20.0;
+constexpr std::size_t kPlainPacketPoints = 128;
+constexpr uint32_t kPlainColumns = 24;
+constexpr uint32_t kPlainChannels = 64;
+constexpr std::size_t kPacketStride = 8;
+constexpr uint32_t kDriveFrames = 2;
+
+std::vector<_ori_point> PlainSweep() {
   std::vector<_ori_point> frame;
-  uint64_t stamp = 1;
   for (uint32_t face = 0; face < 3; ++face) {
-    for (uint32_t column = 0; column < columns; ++column) {
-      for (uint32_t channel = 1; channel <= channels; ++channel) {
+    for (uint32_t column = 0; column < kPlainColumns; ++column) {
+      for (uint32_t channel = 1; channel <= kPlainChannels; ++channel) {
         _ori_point p{};
         p.channel = channel;
         p.mirror = face;
         p.echo = channel % 2;
-        p.hor_angle = kFirstAngle + 145.0 * column / columns + kColumnStep * face;
+        p.hor_angle = kFirstAngle + 145.0 * column / kPlainColumns + kColumnStep * face;
         p.distance = 1.0 + (channel * 7 + column * 3) % 60;
         p.x = p.distance * 0.5;
         p.y = p.distance * 0.8;
         p.z = -1.8 + 0.01 * channel;
         p.intensity = 20.0 + channel;
         p.pulse_width = 2.0 + channel % 50;
-        p.timestamp = stamp++;
         frame.push_back(p);
       }
     }
   }
   frame.back().mark = 1;
   return frame;
+}
+
+std::vector<std::vector<_ori_point>> MakeDrive(LidarType model) {
+  std::vector<std::vector<_ori_point>> frames;
+  std::size_t packet_points = kPlainPacketPoints;
+  const std::string name = LidarTypeToStr(static_cast<int>(model));
+  const auto& models = sim::SensorModels();
+  const bool simulated = std::any_of(models.begin(), models.end(),
+                                     [&name](const sim::SensorModel& m) { return m.name == name; });
+  if (simulated) {
+    sim::SimulationSettings settings;
+    settings.model = name;
+    settings.frames = kDriveFrames;
+    sim::Simulator simulator(settings);
+    packet_points = simulator.Model().packetPoints;
+    std::vector<_ori_point> frame;
+    while (simulator.NextFrame(frame)) {
+      frames.push_back(frame);
+    }
+  } else {
+    frames.assign(kDriveFrames, PlainSweep());
+  }
+  std::vector<std::vector<_ori_point>> packets;
+  uint64_t stamp = 1;
+  for (const std::vector<_ori_point>& frame : frames) {
+    const std::size_t count = (frame.size() + packet_points - 1) / packet_points;
+    for (std::size_t k = 0; k < count; ++k) {
+      if (k % kPacketStride != 0 && k + 1 != count) {
+        continue;
+      }
+      const std::size_t end = std::min(frame.size(), (k + 1) * packet_points);
+      packets.emplace_back(frame.begin() + static_cast<std::ptrdiff_t>(k * packet_points),
+                           frame.begin() + static_cast<std::ptrdiff_t>(end));
+      for (_ori_point& p : packets.back()) {
+        p.timestamp = stamp++;
+      }
+    }
+  }
+  return packets;
+}
+
+}  // namespace
+
+const std::vector<std::vector<_ori_point>>& DrivePackets(LidarType model) {
+  static std::map<LidarType, std::vector<std::vector<_ori_point>>> drives;
+  auto it = drives.find(model);
+  if (it == drives.end()) {
+    it = drives.emplace(model, MakeDrive(model)).first;
+  }
+  return it->second;
 }
 
 void CheckFromHost(const std::vector<_ori_point>& frame, uint64_t first_stamp, uint64_t end_stamp) {

@@ -20,12 +20,14 @@ void SilenceLibraryOutput();
 // A path that reads back `text`, held in memory (a memfd) until the next call.
 std::string InMemoryFile(const uint8_t* data, std::size_t size);
 
-// Sweeps of a few columns with every field at ordinary values, the last point marked: the frame
-// that follows a configuration so that its algorithms run.
-std::vector<_ori_point> OrdinaryFrame(uint32_t columns, uint32_t channels);
+// Packets of two simulated frames of `model` (every eighth packet, and the ones that close a
+// frame), or for a model the simulator does not know, of a plain sweep: what follows a
+// configuration so that its algorithms do real work. Every record has a unique timestamp,
+// counting from 1. Made once per model.
+const std::vector<std::vector<_ori_point>>& DrivePackets(LidarType model);
 
-// Whether a record leaving the pipeline is still one of the host's (identified by its
-// timestamp, which no algorithm writes, among `stamps` handed in).
+// Aborts unless every record leaving the pipeline is one of the host's: its timestamp, which no
+// algorithm writes, lies in [first_stamp, end_stamp).
 void CheckFromHost(const std::vector<_ori_point>& frame, uint64_t first_stamp, uint64_t end_stamp);
 
 }  // namespace fuzz
