@@ -3,12 +3,15 @@
 // pipeline; each is refused or bounded with its message.
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <functional>
 
 #include "filters/SunlightNoise.h"
 #include "framework/AlgoFactory.h"
+#include "framework/DataFile.h"
 #include "framework/LidarAlgo.h"
 #include "ground/GroundDet.h"
 #include "support/TestSupport.h"
@@ -250,6 +253,24 @@ TEST(Reliability, TheRunningConfigurationCountsWhileTheNextIsBuilt) {
   CaptureOutput([&] { accepted = pipeline->UpdateAlgoParam(R"({"version": "2.0.6"})"); });
   CaptureOutput([&] { accepted = pipeline->UpdateAlgoParam(Entries(3, ground)); });
   EXPECT_TRUE(accepted);
+}
+
+// Data files named by parameters are read with the pipeline's mutex held: a FIFO without a
+// writer, a device or a folder must be refused at once, and a file over the cap unread.
+TEST(Reliability, DataFilesAreRegularFilesOfBoundedSize) {
+  std::string contents = "stale";
+  const std::string small = test::WriteTempFile("0 1 2\n");
+  EXPECT_EQ(ReadDataFile(small, contents), DataFileStatus::kRead);
+  EXPECT_EQ(contents, "0 1 2\n");
+  EXPECT_EQ(ReadDataFile(small, contents, 3), DataFileStatus::kTooLarge);
+  EXPECT_EQ(contents, "");
+  const std::string fifo = small + ".fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_EQ(ReadDataFile(fifo, contents), DataFileStatus::kNotRegular);
+  unlink(fifo.c_str());
+  EXPECT_EQ(ReadDataFile("/dev/zero", contents), DataFileStatus::kNotRegular);
+  EXPECT_EQ(ReadDataFile("/tmp", contents), DataFileStatus::kNotRegular);
+  EXPECT_EQ(ReadDataFile(small + ".missing", contents), DataFileStatus::kCannotOpen);
 }
 
 }  // namespace
