@@ -14,7 +14,7 @@
 namespace velmar {
 namespace {
 
-constexpr int kRounds = 6;
+constexpr int kRounds = 4;
 constexpr std::size_t kPacketPoints = 128;
 
 std::string ReadConfig(const char* file) {
