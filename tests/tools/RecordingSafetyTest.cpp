@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "CliTestSupport.h"
 #include "sim/Recording.h"
@@ -115,6 +116,23 @@ TEST(RecordingSafety, OutputsReplaceOnlyRecordingsAndNeverTheInput) {
   ASSERT_EQ(RunCli(run + previous, scratch).status, 0);
   EXPECT_EQ(sim::RecordingReader(previous).Info().model, "ZephelT");
   EXPECT_TRUE(Leftovers(previous).empty());
+}
+
+// recording.json is parsed without recursion: 100,000 levels of nesting are a clean error, not a
+// stack overflow (parsed recursively they needed more than a thread's whole stack).
+TEST(RecordingSafety, ADeeplyNestedIndexIsRefusedCleanly) {
+  ScratchFolder scratch;
+  clitest::WriteText(scratch.Path("recording.json"), std::string(100000, '['));
+  std::string error;
+  std::thread reader([&] {
+    try {
+      sim::RecordingReader{scratch.Path()};
+    } catch (const sim::RecordingError& e) {
+      error = e.what();
+    }
+  });
+  reader.join();
+  EXPECT_THAT(error, HasSubstr("invalid JSON"));
 }
 
 }  // namespace
