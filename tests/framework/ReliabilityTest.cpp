@@ -2,7 +2,6 @@
 // out of range, oversized configurations. None may crash the host, throw, or lose the running
 // pipeline; each is refused or bounded with its message.
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include "framework/DataFile.h"
 #include "framework/LidarAlgo.h"
 #include "ground/GroundDet.h"
+#include "support/SmallStack.h"
 #include "support/TestSupport.h"
 
 namespace velmar {
@@ -21,28 +21,11 @@ namespace {
 
 using test::CaptureOutput;
 
-constexpr std::size_t kHostThreadStack = 256 * 1024;
 constexpr std::size_t kDeepLevels = 100000;
 
 const char* const kUnderground =
     R"({"version": "2.0.6", "algo_list": [{"id": 5, "enabled": true, "name": "under",
         "param": {"filter_ground_height": 1.0}}]})";
-
-// Runs `body` on a thread whose stack is as small as a host's worker thread may have.
-void OnSmallStack(const std::function<void()>& body) {
-  pthread_attr_t attributes;
-  ASSERT_EQ(pthread_attr_init(&attributes), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, kHostThreadStack), 0);
-  pthread_t thread;
-  auto trampoline = [](void* argument) -> void* {
-    (*static_cast<const std::function<void()>*>(argument))();
-    return nullptr;
-  };
-  auto* argument = const_cast<std::function<void()>*>(&body);
-  ASSERT_EQ(pthread_create(&thread, &attributes, trampoline, argument), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attributes);
-}
 
 // The frame that tells whether the underground filter (1 m) is still running: two of three
 // returns lie below it.
@@ -106,7 +89,7 @@ TEST(Reliability, DeepNestingNeitherOverflowsTheStackNorLosesThePipeline) {
       R"({"version": "2.0.6", "algo_list": [{"id": 5, "enabled": true, "name": "deep",
           "lidar_type": [)" +
       closed + R"(, "Marlo128"], "param": {"filter_ground_height": 1.0, "x": )" + closed + "}}]}";
-  OnSmallStack([&] {
+  ASSERT_TRUE(test::OnSmallStack([&] {
     std::unique_ptr<ILidarAlgo> pipeline = UndergroundPipeline();
     ExpectRefusedKeepingPipeline(*pipeline, open, "[algo]: parse json failed!");
     ExpectRefusedKeepingPipeline(*pipeline, closed,
@@ -123,7 +106,7 @@ TEST(Reliability, DeepNestingNeitherOverflowsTheStackNorLosesThePipeline) {
               }),
               "[algo]: parse json failed!\n");
     EXPECT_EQ(UndergroundRemovals(*from_file), 0);
-  });
+  }));
 }
 
 // 2. and 3. Size-driving parameters far out of range are bounded by each algorithm's own rule

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 
+#include "../support/SmallStack.h"
 #include "CliTestSupport.h"
 #include "sim/Recording.h"
 
@@ -118,20 +118,19 @@ TEST(RecordingSafety, OutputsReplaceOnlyRecordingsAndNeverTheInput) {
   EXPECT_TRUE(Leftovers(previous).empty());
 }
 
-// recording.json is parsed without recursion: 100,000 levels of nesting are a clean error, not a
-// stack overflow (parsed recursively they needed more than a thread's whole stack).
-TEST(RecordingSafety, ADeeplyNestedIndexIsRefusedCleanly) {
+// recording.json is parsed without recursion: 100,000 levels of nesting are a clean error on a
+// thread with a 256 KiB stack, not a stack overflow.
+TEST(RecordingSafety, ADeeplyNestedIndexIsRefusedOnASmallStack) {
   ScratchFolder scratch;
   clitest::WriteText(scratch.Path("recording.json"), std::string(100000, '['));
   std::string error;
-  std::thread reader([&] {
+  ASSERT_TRUE(test::OnSmallStack([&] {
     try {
       sim::RecordingReader{scratch.Path()};
     } catch (const sim::RecordingError& e) {
       error = e.what();
     }
-  });
-  reader.join();
+  }));
   EXPECT_THAT(error, HasSubstr("invalid JSON"));
 }
 
