@@ -44,18 +44,24 @@ constexpr uint32_t kPlainColumns = 24;
 constexpr uint32_t kPlainChannels = 64;
 constexpr std::size_t kPacketStride = 8;
 constexpr uint32_t kDriveFrames = 2;
+constexpr uint32_t kPlainFrames = 12;
+constexpr double kSweepEndAngle = 150.0;
 
-std::vector<_ori_point> PlainSweep() {
+// Frame `index` of a plain sweep: a wall whose middle columns move towards the sensor from one
+// frame to the next, so that the motion algorithms, which need a dozen revolutions of history,
+// see static and moving returns.
+std::vector<_ori_point> PlainSweep(uint32_t index) {
   std::vector<_ori_point> frame;
   for (uint32_t face = 0; face < 3; ++face) {
     for (uint32_t column = 0; column < kPlainColumns; ++column) {
+      const bool moving = column >= kPlainColumns / 3 && column < kPlainColumns / 2;
       for (uint32_t channel = 1; channel <= kPlainChannels; ++channel) {
         _ori_point p{};
         p.channel = channel;
         p.mirror = face;
         p.echo = channel % 2;
         p.hor_angle = kFirstAngle + 145.0 * column / kPlainColumns + kColumnStep * face;
-        p.distance = 1.0 + (channel * 7 + column * 3) % 60;
+        p.distance = 1.0 + (channel * 7 + column * 3) % 60 - (moving ? 0.4 * index : 0.0);
         p.x = p.distance * 0.5;
         p.y = p.distance * 0.8;
         p.z = -1.8 + 0.01 * channel;
@@ -86,15 +92,18 @@ std::vector<std::vector<_ori_point>> MakeDrive(LidarType model) {
     while (simulator.NextFrame(frame)) {
       frames.push_back(frame);
     }
-  } else {
-    frames.assign(kDriveFrames, PlainSweep());
+  }
+  for (uint32_t index = 0; index < kPlainFrames; ++index) {
+    frames.push_back(PlainSweep(index));
   }
   std::vector<std::vector<_ori_point>> packets;
   uint64_t stamp = 1;
   for (const std::vector<_ori_point>& frame : frames) {
     const std::size_t count = (frame.size() + packet_points - 1) / packet_points;
     for (std::size_t k = 0; k < count; ++k) {
-      if (k % kPacketStride != 0 && k + 1 != count) {
+      // Packets past the end of a face's sweep are always kept: ground detection fits there.
+      const bool sweep_end = frame[k * packet_points].hor_angle > kSweepEndAngle;
+      if (k % kPacketStride != 0 && k + 1 != count && !sweep_end) {
         continue;
       }
       const std::size_t end = std::min(frame.size(), (k + 1) * packet_points);

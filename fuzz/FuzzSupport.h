@@ -20,9 +20,10 @@ void SilenceLibraryOutput();
 // A path that reads back `text`, held in memory (a memfd) until the next call.
 std::string InMemoryFile(const uint8_t* data, std::size_t size);
 
-// Packets of two simulated frames of `model` (every eighth packet, and the ones that close a
-// frame), or for a model the simulator does not know, of a plain sweep: what follows a
-// configuration so that its algorithms do real work. Every record has a unique timestamp,
+// Packets of two simulated frames of `model` when the simulator knows it (every eighth packet,
+// those past the end of a face's sweep and those that close a frame), then of twelve frames of a
+// plain sweep with a moving wall: what follows a configuration so that its algorithms do real
+// work, the motion algorithms past their warm-up included. Every record has a unique timestamp,
 // counting from 1. Made once per model.
 const std::vector<std::vector<_ori_point>>& DrivePackets(LidarType model);
 

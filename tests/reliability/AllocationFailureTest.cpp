@@ -40,10 +40,12 @@ const DefaultConfig kDefaultConfigs[] = {
     {"demo.json", LIDAR_ZEPHEL_B1, "ZephelB2/B3/MP"},
 };
 
-// Of every frame, one packet in this many is fed (and always the one that closes the frame): the
-// stream still crosses faces, revolutions and frame ends, at a fraction of the cost per sweep step.
+// Of every frame, one packet in this many is fed, and always those past the end of a face's sweep
+// and the one that closes the frame: the stream still crosses faces, revolutions, frame ends and
+// ground fits, at a fraction of the cost per sweep step.
 constexpr std::size_t kPacketStride = 24;
 constexpr uint32_t kFrames = 2;
+constexpr double kSweepEndAngle = 150.0;
 constexpr std::size_t kPacketRoom = 4096;
 
 std::string ConfigPath(const char* file) {
@@ -70,7 +72,9 @@ std::vector<Packet> Drive(const char* model) {
   while (simulator.NextFrame(frame)) {
     const std::size_t count = (frame.size() + packet_points - 1) / packet_points;
     for (std::size_t k = 0; k < count; ++k) {
-      if (k % kPacketStride != 0 && k + 1 != count) {
+      // Packets past the end of a face's sweep are always kept: ground detection fits there.
+      const bool sweep_end = frame[k * packet_points].hor_angle > kSweepEndAngle;
+      if (k % kPacketStride != 0 && k + 1 != count && !sweep_end) {
         continue;
       }
       const auto first = frame.begin() + static_cast<std::ptrdiff_t>(k * packet_points);
