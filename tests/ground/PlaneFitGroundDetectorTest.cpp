@@ -242,8 +242,8 @@ TEST(PlaneFitGroundDetectorTest, AcceptsAnyCountStrideAndBadCoordinates) {
 
 // Init checks the set: each bad value is refused on the error stream, and so are absurd grids and
 // unbounded regions; without a successful Init nothing is detected. Edge values pass silently:
-// coarse may equal fine, near equal far; huge iteration counts neither stall nor allocate
-// without bound.
+// coarse may equal fine, near equal far; huge iteration counts are clamped, so they neither
+// stall nor allocate without bound.
 TEST(PlaneFitGroundDetectorTest, InitRefusesWhatCannotWorkAndBoundsTheRest) {
   using P = PlaneFitGroundDetectorParam;
   const std::string refused = "Invalid ground detector parameters... \n";
@@ -259,7 +259,9 @@ TEST(PlaneFitGroundDetectorTest, InitRefusesWhatCannotWorkAndBoundsTheRest) {
       {[](P& p) { p.roi_region_rad_y = -1.0f; }, refused},
       {[](P& p) { p.roi_region_rad_z = 0.0f; }, refused},
       {[](P& p) { p.planefit_dist_threshold_near = 0.2001f; }, refused},
-      {[](P& p) { p.nr_grids_fine = 100000; }, ""},
+      {[](P& p) { p.nr_grids_fine = 100000; }, refused},
+      {[](P& p) { p.nr_samples_max_threshold = 4000000000u; }, refused},
+      {[](P& p) { p.nr_z_comp_candis = 4000000000u; }, refused},
       {[](P& p) { p.roi_region_rad_x_min = -std::numeric_limits<float>::infinity(); }, ""},
   };
   std::vector<float> xyz;
@@ -283,8 +285,6 @@ TEST(PlaneFitGroundDetectorTest, InitRefusesWhatCannotWorkAndBoundsTheRest) {
   P endless;
   endless.nr_smooth_iter = 2000000000;
   endless.nr_ransac_iter_threshold = 2000000000;
-  endless.nr_z_comp_candis = 4000000000u;
-  endless.nr_samples_max_threshold = 4000000000u;
   for (const P& param : {edges, endless}) {
     testing::internal::CaptureStderr();
     EXPECT_TRUE(param.Validate());

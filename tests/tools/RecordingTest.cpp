@@ -189,15 +189,23 @@ TEST(RecordingRoundTripTest, FramesAndSettingsComeBackUnchanged) {
   EXPECT_TRUE(SameBytes(frame, frames[2]));
 }
 
-TEST(RecordingRoundTripTest, AWriterThatStopsEarlyLeavesAValidShorterRecording) {
+TEST(RecordingRoundTripTest, AWriterThatStopsEarlyLeavesNoIndex) {
   ScratchFolder dir;
   RecordingWriter writer(dir.Path(), SampleInfo());
   writer.WriteFrame(RandomFrame(4, 1));
-  // Not closed yet: the index still lists no frame, but it is readable.
-  EXPECT_EQ(RecordingReader(dir.Path()).FrameCount(), 0u);
+  // Not closed yet: the folder is not a recording.
+  EXPECT_THROW(RecordingReader{dir.Path()}, RecordingError);
   writer.Close();
   EXPECT_EQ(RecordingReader(dir.Path()).FrameCount(), 1u);
   EXPECT_THROW(writer.WriteFrame(RandomFrame(4, 1)), RecordingError);
+  // A writer left by an exception does not index what it wrote.
+  try {
+    RecordingWriter failing(dir.Path("failing"), SampleInfo());
+    failing.WriteFrame(RandomFrame(4, 1));
+    throw RecordingError("stop");
+  } catch (const RecordingError&) {
+  }
+  EXPECT_THROW(RecordingReader{dir.Path("failing")}, RecordingError);
 }
 
 TEST(PcdErrorTest, DamagedFilesAreRejectedWithTheFileAndTheProblem) {
