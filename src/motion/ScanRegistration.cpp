@@ -87,6 +87,16 @@ void ScanRegistration::Accumulator::Add(const Vector6& jacobian, double residual
   ++count;
 }
 
+std::size_t ScanRegistration::TableBytes(uint32_t max_samples) {
+  // Large blocks come straight from the system in whole pages: each of the six tables may hold
+  // up to a page more than it asked for.
+  constexpr std::size_t kTables = 6;
+  constexpr std::size_t kPage = 4096;
+  return 2 * VoxelTable::TableBytes(max_samples) + 2 * std::size_t{max_samples} * sizeof(Sample) +
+         kCachedChannels * sizeof(LastVoxel) + std::size_t{max_samples} * sizeof(PlaneVoxel) +
+         kTables * kPage;
+}
+
 void ScanRegistration::Configure(const RegistrationSettings& settings) {
   settings_ = settings;
   sample_table_.Configure(settings.max_samples, settings.sample_voxel);

@@ -66,6 +66,8 @@ class ScanRegistration {
  public:
   // Sizes every buffer. Allocates; call when the settings change, not per frame.
   void Configure(const RegistrationSettings& settings);
+  // The bytes Configure allocates for `max_samples` sample voxels.
+  static std::size_t TableBytes(uint32_t max_samples);
   // Forgets the reference frame and the sample collected so far.
   void Clear();
 

@@ -50,6 +50,23 @@ UndistortPointMove::UndistortPointMove(const std::string& name, const std::strin
                                        LidarType type)
     : Algorithm(name, desc, type), timing_(type) {}
 
+std::size_t UndistortPointMove::TableBytes(LidarType type, const NumberParams& params) {
+  if (!ScanTiming(type).Known()) {
+    return 0;  // the algorithm does nothing on a model whose scan timing it does not know
+  }
+  // A value out of range leaves the default, as ParseParams does.
+  auto value = [&params](const char* key, double low, double high, double fallback) {
+    const auto it = params.find(key);
+    return it != params.end() && it->second >= low && it->second <= high ? it->second : fallback;
+  };
+  if (value("estimate_motion", 0, 1, 1.0) < 1.0) {
+    return 0;
+  }
+  const double samples = value("max_samples", kMinSamples, kMaxSamples,
+                               static_cast<double>(RegistrationSettings().max_samples));
+  return ScanRegistration::TableBytes(TruncateToUint32(samples));
+}
+
 bool UndistortPointMove::IsSupported(const std::string& lidarTypeName) {
   return lidarTypeName == LidarTypeToStr(static_cast<int>(lidar_type)) && timing_.Known();
 }

@@ -24,6 +24,9 @@ namespace velmar {
 class UndistortPointMove : public Algorithm {
  public:
   UndistortPointMove(const std::string& name, const std::string& desc, LidarType type);
+  // The registration's tables, sized by "max_samples" (none when estimation is off or the
+  // model's scan timing is unknown).
+  static std::size_t TableBytes(LidarType type, const NumberParams& params);
 
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;

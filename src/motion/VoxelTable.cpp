@@ -34,13 +34,25 @@ int64_t Unpack(uint64_t key, int shift) {
 
 }  // namespace
 
-void VoxelTable::Configure(uint32_t capacity, double size) {
+// The slots for `capacity` voxels: a power of two, 2^bits.
+std::size_t SlotCount(uint32_t capacity, int& bits) {
   std::size_t slots = 1;
-  int bits = 0;
+  bits = 0;
   while (slots < kSlotsPerVoxel * std::max<uint32_t>(capacity, 1)) {
     slots <<= 1;
     ++bits;
   }
+  return slots;
+}
+
+std::size_t VoxelTable::TableBytes(uint32_t capacity) {
+  int bits = 0;
+  return SlotCount(capacity, bits) * sizeof(Slot);
+}
+
+void VoxelTable::Configure(uint32_t capacity, double size) {
+  int bits = 0;
+  const std::size_t slots = SlotCount(capacity, bits);
   slots_.assign(slots, Slot());
   mask_ = slots - 1;
   shift_ = 64 - bits;

@@ -4,6 +4,7 @@
 #ifndef VELMAR_MOTION_VOXEL_TABLE_H
 #define VELMAR_MOTION_VOXEL_TABLE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -15,6 +16,8 @@ class VoxelTable {
 
   // Room for `capacity` voxels of edge `size` metres. Allocates; call once, not per frame.
   void Configure(uint32_t capacity, double size);
+  // The bytes Configure(capacity, ...) allocates.
+  static std::size_t TableBytes(uint32_t capacity);
   void Clear();
 
   uint32_t Size() const { return size_; }

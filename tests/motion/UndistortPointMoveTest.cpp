@@ -154,21 +154,24 @@ TEST(UndistortPointMove, StandingStillBadParametersAndUnknownModelsLeaveFramesAl
 }
 
 TEST(UndistortPointMove, TheFaceShiftOfTheMirrorCompensationIsTakenBackNotCorrectedTwice) {
-  const std::string deskew = test::PipelineEntry(34, "deskew", KnownMotion({10.0, 0.0}));
-  const std::string turn = test::PipelineEntry(31, "turn", R"({"transformRotateZ": 90})");
-  const std::string shift = test::PipelineEntry(6, "shift", R"({"speed": 36})");
+  const std::string deskew = test::EntryJson(34, "deskew", KnownMotion({10.0, 0.0}));
+  const std::string turn = test::EntryJson(31, "turn", R"({"transformRotateZ": 90})");
+  const std::string shift = test::EntryJson(6, "shift", R"({"speed": 36})");
   _ori_point p = test::Ret(20.0).Angle(60.0).Face(2, 0);
   std::string output;
   std::vector<_ori_point> alone{p};
-  test::CreatePipeline(LIDAR_MARLO192, turn + "," + deskew, &output)->Process(alone);
+  test::CreatePipeline(LIDAR_MARLO192, test::ConfigJson(turn + "," + deskew), &output)
+      ->Process(alone);
   std::vector<_ori_point> both{p};
-  test::CreatePipeline(LIDAR_MARLO192, turn + "," + deskew + "," + shift, &output)->Process(both);
+  test::CreatePipeline(LIDAR_MARLO192, test::ConfigJson(turn + "," + deskew + "," + shift), &output)
+      ->Process(both);
   EXPECT_NEAR(both[0].x, alone[0].x, 1e-9);
   EXPECT_NEAR(both[0].y, alone[0].y, 1e-9);
   EXPECT_NEAR(both[0].z, alone[0].z, 1e-9);
   // The shift itself is there when nothing deskews.
   std::vector<_ori_point> shifted{p};
-  test::CreatePipeline(LIDAR_MARLO192, turn + "," + shift, &output)->Process(shifted);
+  test::CreatePipeline(LIDAR_MARLO192, test::ConfigJson(turn + "," + shift), &output)
+      ->Process(shifted);
   EXPECT_NEAR(shifted[0].x, -(p.y + 2.0 * 10.0 * kFace), 1e-5);
 }
 

@@ -9,14 +9,13 @@
 namespace velmar {
 namespace {
 
-using clitest::ConfigText;
 using clitest::ReadText;
 using clitest::RunCli;
 using clitest::ScratchFolder;
 using clitest::WriteText;
 
 std::string DeskewEntry(const std::string& params) {
-  return test::PipelineEntry(34, "deskew", params);
+  return test::EntryJson(34, "deskew", params);
 }
 
 TEST(DeskewDrive, TurningDrivesAreRecordedAndEvalMeasuresTheDistortionLeft) {
@@ -35,9 +34,9 @@ TEST(DeskewDrive, TurningDrivesAreRecordedAndEvalMeasuresTheDistortionLeft) {
             std::string::npos);
   EXPECT_EQ(ReadText(scratch.Path("straight/recording.json")).find("yaw_rate"), std::string::npos);
 
-  WriteText(
-      scratch.Path("known.json"),
-      ConfigText(DeskewEntry(R"({"estimate_motion": 0, "forward_speed": 10, "yaw_rate": 30})")));
+  WriteText(scratch.Path("known.json"),
+            test::ConfigJson(
+                DeskewEntry(R"({"estimate_motion": 0, "forward_speed": 10, "yaw_rate": 30})")));
   const clitest::CommandResult eval =
       RunCli("eval --model QuillA4 --packet 128 --config " + scratch.Path("known.json") +
                  " --json " + scratch.Path("eval.json") + " " + scratch.Path("turn"),
@@ -60,11 +59,12 @@ uint64_t GroundLabelled(bool deskew) {
   sim::SimulationSettings settings = clitest::Settings("Marlo128");
   settings.scene.egoSpeed = 10.0;
   std::string output;
-  const std::string ground = test::PipelineEntry(35, "ground", R"({"debug_using_echo": 1})");
+  const std::string ground = test::EntryJson(35, "ground", R"({"debug_using_echo": 1})");
   auto pipeline = test::CreatePipeline(
       LIDAR_MARLO128,
-      deskew ? DeskewEntry(R"({"estimate_motion": 0, "forward_speed": 10})") + "," + ground
-             : ground,
+      test::ConfigJson(deskew ? DeskewEntry(R"({"estimate_motion": 0, "forward_speed": 10})") +
+                                    "," + ground
+                              : ground),
       &output);
   sim::Simulator simulator(settings);
   std::vector<_ori_point> frame;
