@@ -2,10 +2,15 @@
 
 #include "filters/CloseRangeNoise128.h"
 #include "filters/CloseRangeNoiseFilter.h"
+#include "filters/CrosstalkFilter.h"
+#include "filters/CrosstalkFilter2.h"
 #include "filters/DeletePoint.h"
 #include "filters/DragPoint.h"
 #include "filters/FixedNoise128.h"
 #include "filters/HighRef128.h"
+#include "filters/HighrefFilter.h"
+#include "filters/HighrefFilter128.h"
+#include "filters/HighrefFilterOVP48.h"
 #include "filters/HighrefFilterZepT.h"
 #include "filters/LidarInterfere128.h"
 #include "filters/OutlierPoint.h"
@@ -46,16 +51,22 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<MirrorMotionCompensation>(name, desc, type);
     case 7:
       return std::make_shared<OutlierPoint>(name, desc, type);
+    case 8:
+      return std::make_shared<CrosstalkFilter>(name, desc, type);
     case 10:
       return std::make_shared<JointabcProcess>(name, desc, type);
     case 12:
       return std::make_shared<DragPoint>(name, desc, type);
     case 13:
       return std::make_shared<RainfogFilter>(name, desc, type);
+    case 14:
+      return std::make_shared<HighrefFilter>(name, desc, type);
     case 15:
       return std::make_shared<SunlightNoise3>(name, desc, type);
     case 16:
       return std::make_shared<DeletePoint>(name, desc, type);
+    case 17:
+      return std::make_shared<CrosstalkFilter2>(name, desc, type);
     case 18:
       return std::make_shared<SmallBlind>(name, desc, type);
     case 20:
@@ -74,25 +85,24 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<UndistortPoint2>(name, desc, type);
     case 28:
       return std::make_shared<SmallBlindMarlo128>(name, desc, type);
+    case 29:
+      return std::make_shared<HighrefFilter128>(name, desc, type);
+    case 30:
+      return std::make_shared<HighrefFilterOVP48>(name, desc, type);
     case 31:
       return std::make_shared<CalculateRotateAllPointCloud>(name, desc, type);
     case 33:
       return std::make_shared<HighrefFilterZepT>(name, desc, type);
     case 35:
       return std::make_shared<GroundDet>(name, desc, type);
-    // Crosstalk (8, 17), disturbed points (9), reflectance calibration (11), high-reflectivity
-    // ghosts (14, 29, 30), discrete points (19), two-pass clustering (22), region of interest (32)
-    // and moving-platform undistortion (34) are not provided by this library; their ids still
-    // load so that a host's configuration keeps working.
-    case 8:
+    // Disturbed points (9), reflectance calibration (11), discrete points (19), two-pass
+    // clustering (22), region of interest (32) and moving-platform undistortion (34) are not
+    // provided by this library; their ids still load so that a host's configuration keeps
+    // working.
     case 9:
     case 11:
-    case 14:
-    case 17:
     case 19:
     case 22:
-    case 29:
-    case 30:
     case 32:
     case 34:
       return std::make_shared<PassThroughAlgo>(name, desc, type);
