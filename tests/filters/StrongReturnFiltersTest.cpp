@@ -91,7 +91,7 @@ TEST(StrongReturnFilters, ServeTheirModelsWithBoundedParameters) {
   for (const auto& [id, names] : models) {
     auto filter = test::MakeAlgo(id, LIDAR_ORVIK16);
     int supported = 0;
-    for (int type = 0; type <= LIDAR_KR360; ++type) {
+    for (int type = 0; type <= static_cast<int>(LIDAR_KR360); ++type) {
       supported += filter->IsSupported(LidarTypeToStr(type));
     }
     EXPECT_EQ(supported, static_cast<int>(names.size())) << id;
@@ -181,6 +181,7 @@ TEST(CrosstalkFilter2, HandsBackPacketsLateAndJudgesSmearsAcrossTheirBoundaries)
   // smear runs back into packet 1 and forward within packet 2.
   Sweep s(LIDAR_ZEPHEL_B2_B3_MP, 6);
   s.Sign(2, 10).Leak(0, 10).Leak(1, 10).Leak(3, 10).Leak(4, 10, 0.3).Leak(5, 10).Leak(3, 11);
+  s.Sign(2, 40).Put(1, 40, kRange, 20.0, 150.0).Put(3, 40, kRange, 20.0, 150.0);  // a wall
   s.points.back().mark = 1;
   const std::vector<_ori_point> judged = InPackets(17, LIDAR_ZEPHEL_B2_B3_MP, s.points, 128);
   EXPECT_TRUE(test::SameBytes(judged, AsFrame(17, LIDAR_ZEPHEL_B2_B3_MP, s.points)));
@@ -189,7 +190,7 @@ TEST(CrosstalkFilter2, HandsBackPacketsLateAndJudgesSmearsAcrossTheirBoundaries)
   for (uint32_t c = 0; c < 6; ++c) {
     EXPECT_EQ(s.Kept(c, 10), kept[c] || c == 2) << "column " << c;
   }
-  EXPECT_TRUE(s.Kept(3, 11));
+  EXPECT_TRUE(s.Kept(3, 11) && s.Kept(1, 40) && s.Kept(3, 40));
   EXPECT_EQ(s.points.back().mark, 1);  // the mark leaves with its packet
 
   // The first call answers with its own packet, unchanged; each later one with the packet given
@@ -212,10 +213,11 @@ TEST(HighrefFilter128, RemovesTheHaloOfASignAcrossInterleavedBanks) {
   s.Sign(4, 40).Sign(4, 41);
   s.Leak(1, 40).Leak(7, 41).Leak(4, 37).Leak(4, 44).Leak(2, 43);  // 3 columns, 3 channels away
   s.Leak(0, 40).Leak(8, 41).Leak(4, 36).Leak(4, 45);              // one step further
+  s.Put(3, 42, kRange, 20.0, 150.0).Put(5, 39, kRange, 20.0, 150.0);  // a wall of normal echo
   s.points = InPackets(29, LIDAR_MARLO128, s.points, 128);
   EXPECT_FALSE(s.Kept(1, 40) || s.Kept(7, 41) || s.Kept(4, 37) || s.Kept(4, 44) || s.Kept(2, 43));
   EXPECT_TRUE(s.Kept(0, 40) && s.Kept(8, 41) && s.Kept(4, 36) && s.Kept(4, 45));
-  EXPECT_TRUE(s.Kept(4, 40) && s.Kept(4, 41));
+  EXPECT_TRUE(s.Kept(4, 40) && s.Kept(4, 41) && s.Kept(3, 42) && s.Kept(5, 39));
 }
 
 TEST(HighrefFilterOVP48, PacketsThatCutColumnsGiveTheWholeFrameResult) {
@@ -227,11 +229,13 @@ TEST(HighrefFilterOVP48, PacketsThatCutColumnsGiveTheWholeFrameResult) {
       s.Leak(c, rank);
     }
   }
+  s.Put(1, 30, kRange, 20.0, 150.0).Put(4, 2, kRange, 20.0, 150.0);  // a wall of normal echo
   const std::vector<_ori_point> whole = AsFrame(30, LIDAR_ORVIK48, s.points);
   EXPECT_TRUE(test::SameBytes(InPackets(30, LIDAR_ORVIK48, s.points, 128), whole));
   s.points = whole;
   EXPECT_FALSE(s.Kept(0, 29) || s.Kept(5, 31) || s.Kept(2, 3) || s.Kept(7, 1));
   EXPECT_TRUE(s.Kept(2, 0) && s.Kept(6, 29) && s.Kept(5, 0) && s.Kept(1, 0));
+  EXPECT_TRUE(s.Kept(1, 30) && s.Kept(4, 2) && s.Kept(2, 30) && s.Kept(5, 2));
 }
 
 // Channels outside the table, NaN angles, infinite ranges and frames of any size: nothing is read
