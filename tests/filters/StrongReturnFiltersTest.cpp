@@ -211,8 +211,8 @@ TEST(CrosstalkFilter2, HandsBackPacketsLateAndJudgesSmearsAcrossTheirBoundaries)
 TEST(HighrefFilter128, RemovesTheHaloOfASignAcrossInterleavedBanks) {
   Sweep s(LIDAR_MARLO128, 9);
   s.Sign(4, 40).Sign(4, 41);
-  s.Leak(1, 40).Leak(7, 41).Leak(4, 37).Leak(4, 44).Leak(2, 43);  // 3 columns, 3 channels away
-  s.Leak(0, 40).Leak(8, 41).Leak(4, 36).Leak(4, 45);              // one step further
+  s.Leak(1, 40).Leak(7, 41).Leak(4, 37).Leak(4, 44).Leak(2, 43);      // 3 columns, 3 channels away
+  s.Leak(0, 40).Leak(8, 41).Leak(4, 36).Leak(4, 45);                  // one step further
   s.Put(3, 42, kRange, 20.0, 150.0).Put(5, 39, kRange, 20.0, 150.0);  // a wall of normal echo
   s.points = InPackets(29, LIDAR_MARLO128, s.points, 128);
   EXPECT_FALSE(s.Kept(1, 40) || s.Kept(7, 41) || s.Kept(4, 37) || s.Kept(4, 44) || s.Kept(2, 43));
