@@ -17,6 +17,8 @@ constexpr double kFullTurnDeg = 360.0;
 // Smallest and largest packets: they bound how many packets the held strong returns span.
 constexpr int64_t kSmallestPacket = static_cast<int64_t>(kPacketPoints96);
 constexpr int64_t kLargestPacket = static_cast<int64_t>(kPacketPoints192);
+// Largest host vector (in points) whose buffer a held packet trades places with.
+constexpr std::size_t kMaxTradedPoints = 16 * kPacketPoints192;
 
 int64_t CeilDiv(int64_t a, int64_t b) {
   return (a + b - 1) / b;
@@ -194,9 +196,7 @@ void StrongReturnFilter::ProcessDelayed(std::vector<_ori_point>& packet) {
   }
   std::vector<_ori_point>& released = held_[oldest_];
   JudgeReleased(released, held_start_[oldest_]);
-  handover_.assign(packet.begin(), packet.end());
-  packet.assign(released.begin(), released.end());
-  released.swap(handover_);
+  Exchange(packet, released);
   held_start_[oldest_] = start;
   oldest_ = (oldest_ + 1) % delay_packets_;
   // Strong returns whose windows end before the next packet to hand back are done with.
@@ -206,6 +206,25 @@ void StrongReturnFilter::ProcessDelayed(std::vector<_ori_point>& packet) {
     return s.columnStart + reach > next_release;
   });
   strong_.erase(strong_.begin(), done);
+}
+
+// Copying packets in and out would cost twice a copy of the frame, more than the judging itself,
+// so the host's vector and the held one trade buffers. The host's vector never loses capacity by
+// that, so a host that refills it allocates no more than before: a held buffer smaller than the
+// host's grows to its size once (up to kMaxTradedPoints), and a host that reserved more than that
+// gets the points copied instead.
+void StrongReturnFilter::Exchange(std::vector<_ori_point>& packet,
+                                  std::vector<_ori_point>& released) {
+  if (released.capacity() < packet.capacity() && packet.capacity() <= kMaxTradedPoints) {
+    released.reserve(packet.capacity());
+  }
+  if (released.capacity() >= packet.capacity()) {
+    packet.swap(released);
+    return;
+  }
+  handover_.assign(packet.begin(), packet.end());
+  packet.assign(released.begin(), released.end());
+  released.swap(handover_);
 }
 
 void StrongReturnFilter::JudgeReleased(std::vector<_ori_point>& packet, int64_t start) {

@@ -91,6 +91,8 @@ class StrongReturnFilter : public Algorithm {
   bool ReadStrong(const _ori_point& point, int64_t position, StrongReturn& strong) const;
   void JudgeInPlace(std::vector<_ori_point>& frame);
   void ProcessDelayed(std::vector<_ori_point>& packet);
+  // Hands `released` back in `packet` and keeps the packet given in its place.
+  void Exchange(std::vector<_ori_point>& packet, std::vector<_ori_point>& released);
   void JudgeReleased(std::vector<_ori_point>& packet, int64_t start);
   // Removes the leaks of `strong` that lie in `unit` (first point at stream position `start`).
   void RemoveLeaks(const StrongReturn& strong, std::vector<_ori_point>& unit, int64_t start) const;

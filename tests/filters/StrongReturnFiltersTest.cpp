@@ -202,9 +202,13 @@ TEST(CrosstalkFilter2, HandsBackPacketsLateAndJudgesSmearsAcrossTheirBoundaries)
       filter->ClearCache();
     }
     std::vector<_ori_point> packet(128, test::MakePoint(1.0));
+    packet.reserve(tag == 5 ? 4096 : 128);  // a host's vector never loses capacity
+    const std::size_t capacity = packet.capacity();
     packet[0].timestamp = tag;
     filter->Process(packet);
     EXPECT_EQ(packet[0].timestamp, answered[tag - 1]) << "call " << tag;
+    EXPECT_EQ(packet.size(), 128u);
+    EXPECT_GE(packet.capacity(), capacity);
   }
 }
 
