@@ -14,6 +14,8 @@ class HighrefFilterOVP48 : public StrongReturnFilter {
  public:
   HighrefFilterOVP48(const std::string& name, const std::string& desc, LidarType type);
 
+  static std::size_t TableBytes(LidarType type, const NumberParams& params);
+
   bool IsSupported(const std::string& lidarTypeName) override;
 };
 

@@ -109,27 +109,63 @@ void StrongReturnFilter::BuildWindow() {
 }
 
 // A window that reaches `columns` columns ahead needs that many columns of later packets, and a
-// whole further column when packets cut columns apart.
+// whole further column when packets cut columns apart. Strong returns are kept from
+// (columns + 2) columns before the oldest held packet on.
+StrongReturnFilter::Capacities StrongReturnFilter::CapacitiesFor(const ColumnLayout& layout,
+                                                                 int64_t columns) {
+  const int64_t column = layout.columnPoints;
+  const int64_t packet = layout.packetPoints;
+  const int64_t ahead = columns * column + (packet % column == 0 ? 0 : column - 1);
+  const int64_t delay = CeilDiv(ahead, packet);
+  const int64_t behind = CeilDiv((columns + 2) * column, kSmallestPacket) + 1;
+  return {static_cast<uint32_t>(delay),
+          static_cast<std::size_t>((delay + 1 + behind) * kLargestPacket)};
+}
+
+std::size_t StrongReturnFilter::BufferBytes(LidarType type, const NumberParams& params,
+                                            Window window, const Defaults& defaults) {
+  int64_t columns = 0;
+  int64_t ranks = 0;
+  if (window == Window::kSweep || window == Window::kHalo) {
+    columns = defaults.columnReach;
+    const auto it = params.find("columnReach");
+    if (it != params.end() && it->second >= 0.0 && it->second < kMaxColumnReach + 1.0) {
+      columns = std::max<int64_t>(columns, static_cast<int64_t>(it->second));
+    }
+  }
+  if (window == Window::kColumn || window == Window::kHalo) {
+    ranks = kMaxChannelReach;
+  }
+  // The window may have grown by doubling, and the constructor's buffers stay when parameters
+  // shrink them.
+  std::size_t bytes =
+      2 * static_cast<std::size_t>((2 * columns + 1) * (2 * ranks + 1) + 2) * sizeof(Offset);
+  const ColumnLayout* layout = ColumnLayout::Of(type);
+  if (layout == nullptr) {
+    return bytes;
+  }
+  const Capacities capacities = CapacitiesFor(*layout, columns);
+  bytes += (capacities.delayPackets + 1) * kPacketPoints192 * sizeof(_ori_point);
+  bytes += capacities.delayPackets * (sizeof(std::vector<_ori_point>) + sizeof(int64_t));
+  bytes += capacities.strongReturns * sizeof(StrongReturn);
+  return bytes;
+}
+
 void StrongReturnFilter::SizeBuffers() {
   ClearCache();
   delay_packets_ = 0;
   if (layout_ == nullptr) {
     return;
   }
-  const int64_t column = layout_->columnPoints;
-  const int64_t packet = layout_->packetPoints;
-  const int64_t columns = window_columns_;
-  const int64_t ahead = columns * column + (packet % column == 0 ? 0 : column - 1);
-  delay_packets_ = static_cast<uint32_t>(CeilDiv(ahead, packet));
+  const Capacities capacities = CapacitiesFor(*layout_, window_columns_);
+  delay_packets_ = capacities.delayPackets;
   held_.resize(delay_packets_);
   held_start_.assign(delay_packets_, 0);
   for (std::vector<_ori_point>& slot : held_) {
     slot.reserve(kPacketPoints192);
   }
   handover_.reserve(kPacketPoints192);
-  // Strong returns are kept from (columns + 2) columns before the oldest held packet on.
-  const int64_t behind = CeilDiv((columns + 2) * column, kSmallestPacket) + 1;
-  strong_.reserve(static_cast<std::size_t>((delay_packets_ + 1 + behind) * kLargestPacket));
+  strong_.reserve(capacities.strongReturns);
 }
 
 void StrongReturnFilter::ClearCache() {

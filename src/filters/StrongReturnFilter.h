@@ -24,6 +24,22 @@ namespace velmar {
 
 class StrongReturnFilter : public Algorithm {
  public:
+  // Which cells a strong return reaches.
+  enum class Window {
+    kColumn,           // channelReach channels above and below it, in its column
+    kSweep,            // its channel, columnReach columns before and after it
+    kPartnerChannels,  // the channels two above and two below it, in its column
+    kHalo,             // every cell within channelReach channels and columnReach columns
+  };
+  struct Defaults {
+    double strongPulseWidth;
+    double echoRatio;
+    double intensityRatio;
+    double rangeTolerance;
+    int32_t channelReach;
+    int32_t columnReach;
+  };
+
   static constexpr int32_t kMaxChannelReach = 16;
   static constexpr int32_t kMaxColumnReach = 4;
 
@@ -43,24 +59,13 @@ class StrongReturnFilter : public Algorithm {
   int32_t debug_using_echo = -1;
 
  protected:
-  // Which cells a strong return reaches.
-  enum class Window {
-    kColumn,           // channelReach channels above and below it, in its column
-    kSweep,            // its channel, columnReach columns before and after it
-    kPartnerChannels,  // the channels two above and two below it, in its column
-    kHalo,             // every cell within channelReach channels and columnReach columns
-  };
-  struct Defaults {
-    double strongPulseWidth;
-    double echoRatio;
-    double intensityRatio;
-    double rangeTolerance;
-    int32_t channelReach;
-    int32_t columnReach;
-  };
-
   StrongReturnFilter(const std::string& name, const std::string& desc, LidarType type,
                      const char* className, Window window, const Defaults& defaults);
+
+  // What an instance of this window and these defaults holds for `type` and `params` (see
+  // Algorithm::TableBytes): the window, the held packets and the strong returns kept.
+  static std::size_t BufferBytes(LidarType type, const NumberParams& params, Window window,
+                                 const Defaults& defaults);
 
   // The mirror models whose 64-channel columns come two to a packet.
   static bool IsTwoColumnMirrorModel(const std::string& lidarTypeName);
@@ -85,6 +90,13 @@ class StrongReturnFilter : public Algorithm {
     int32_t ranks;
   };
 
+  struct Capacities {
+    uint32_t delayPackets;
+    std::size_t strongReturns;
+  };
+  // How late packets go back and how many strong returns stay held, for windows that reach
+  // `columns` columns either way.
+  static Capacities CapacitiesFor(const ColumnLayout& layout, int64_t columns);
   void BuildWindow();
   void SizeBuffers();
   // Whether `point`, at stream position `position`, is a strong return; if so fills `strong`.
