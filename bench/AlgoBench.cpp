@@ -25,6 +25,7 @@ struct AlgoCase {
   Feed feed;
   Kind kind;
   const char* params;
+  bool strongReturnArtefacts = false;  // fed a drive with crosstalk, ghosts and blooming
 };
 
 const char* KindName(Kind kind) {
@@ -56,14 +57,22 @@ std::vector<AlgoCase> Cases() {
        "{\"speed\": 36}"},
       {7, "OutlierPoint", LIDAR_QUILL_A2, column, Feed::kPacket128, Kind::kSinglePass,
        "{\"thresholdMultiple\": 4, \"minThreshold\": 0.1}"},
+      {8, "CrosstalkFilter", columnType, column, Feed::kDrivePacket, Kind::kSinglePass, "{}", true},
+      {8, "CrosstalkFilter", LIDAR_ZEPHEL_T, "ZephelT", Feed::kDrivePacket, Kind::kSinglePass, "{}",
+       true},
       {10, "JointabcProcess", LIDAR_ZEPHEL_B1, column, Feed::kFrame, Kind::kSinglePass,
        "{\"jointabc_node1\": 1, \"jointabc_node2\": 10, \"jointabc_one_face\": 0, "
        "\"jointabc_two_face\": 3}"},
       {12, "DragPoint", LIDAR_ZEPHEL_T, "ZephelT", Feed::kDrivePacket, Kind::kSinglePass, "{}"},
       {13, "RainfogFilter", columnType, column, Feed::kFrame, Kind::kSinglePass,
        "{\"rainfog_filter_range\": 2}"},
+      {14, "HighrefFilter", columnType, column, Feed::kDrivePacket, Kind::kSinglePass, "{}", true},
       {15, "SunlightNoise3", LIDAR_ZEPHEL_B1, column, Feed::kFrame, Kind::kSinglePass, "{}"},
       {16, "DeletePoint", LIDAR_ZEPHEL_B1, column, Feed::kFrame, Kind::kSinglePass, "{}"},
+      {17, "CrosstalkFilter2", columnType, column, Feed::kDrivePacket, Kind::kSinglePass, "{}",
+       true},
+      {17, "CrosstalkFilter2", LIDAR_ZEPHEL_T, "ZephelT", Feed::kDrivePacket, Kind::kSinglePass,
+       "{}", true},
       {18, "SmallBlind", LIDAR_MARLO256_SMALL_BLIND, "Marlo128", Feed::kFrame, Kind::kSinglePass,
        "{\"separate_mirror_ABC_dist\": 3}"},
       {20, "CloseRangeNoiseFilter", columnType, column, Feed::kPacket128, Kind::kSinglePass, "{}"},
@@ -74,6 +83,10 @@ std::vector<AlgoCase> Cases() {
       {26, "LidarInterfere128", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kGridHistory, "{}"},
       {27, "UndistortPoint2", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kGridHistory, "{}"},
       {28, "SmallBlindMarlo128", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass, "{}"},
+      {29, "HighrefFilter128", LIDAR_MARLO128, "Marlo128", Feed::kDrivePacket, Kind::kSinglePass,
+       "{}", true},
+      {30, "HighrefFilterOVP48", LIDAR_ORVIK48, "Orvik48", Feed::kDrivePacket, Kind::kSinglePass,
+       "{}", true},
       {31, "CalculateRotateAllPointCloud", LIDAR_MARLO128, "Marlo128", Feed::kFrame,
        Kind::kSinglePass,
        "{\"transformRotateX\": 1.5, \"transformRotateY\": -0.5, \"transformRotateZ\": 90, "
@@ -94,7 +107,7 @@ std::vector<AlgoCase> Cases() {
 constexpr std::size_t kWarmupFrames = 14;
 
 void RunAlgo(benchmark::State& state, const AlgoCase& c) {
-  const SimulatedDrive& drive = Drive(c.drive);
+  const SimulatedDrive& drive = Drive(c.drive, c.strongReturnArtefacts);
   std::shared_ptr<AlgoBase> algo = MakeAlgo(c.id, c.type, c.params);
   std::size_t packet = 0;
   if (c.feed == Feed::kDrivePacket)
@@ -104,6 +117,7 @@ void RunAlgo(benchmark::State& state, const AlgoCase& c) {
   MeasureFrames(state, drive.frames, packet, kWarmupFrames,
                 [&](Frame& frame) { algo->Process(frame); });
   state.SetLabel(std::string(KindName(c.kind)) + ", " + c.drive +
+                 (c.strongReturnArtefacts ? " with strong-return artefacts" : "") +
                  (packet ? ", packets of " + std::to_string(packet) : ""));
 }
 
@@ -126,7 +140,9 @@ const bool kRegistered = [] {
         ->Unit(benchmark::kMicrosecond);
   }
   for (const AlgoCase& c : Cases()) {
-    const std::string name = "algo/" + std::to_string(c.id) + "_" + c.name;
+    // The filters of strong-return artefacts run on several models: the drive names the case.
+    const std::string name = "algo/" + std::to_string(c.id) + "_" + c.name +
+                             (c.strongReturnArtefacts ? "/" + c.drive : "");
     benchmark::RegisterBenchmark(name.c_str(), RunAlgo, c)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond);

@@ -64,9 +64,9 @@ struct WorkUnits {
 
 }  // namespace
 
-const SimulatedDrive& Drive(const std::string& model) {
-  static std::map<std::string, SimulatedDrive> cache;
-  auto it = cache.find(model);
+const SimulatedDrive& Drive(const std::string& model, bool strongReturnArtefacts) {
+  static std::map<std::pair<std::string, bool>, SimulatedDrive> cache;
+  auto it = cache.find({model, strongReturnArtefacts});
   if (it != cache.end()) {
     return it->second;
   }
@@ -77,6 +77,13 @@ const SimulatedDrive& Drive(const std::string& model) {
   settings.noise[sim::NoiseKind::kRain] = 0.2;
   settings.noise[sim::NoiseKind::kSunlight] = 0.05;
   settings.noise[sim::NoiseKind::kInterference] = 0.05;
+  if (strongReturnArtefacts) {
+    for (sim::NoiseKind kind :
+         {sim::NoiseKind::kCrosstalkVertical, sim::NoiseKind::kCrosstalkHorizontal,
+          sim::NoiseKind::kGhost, sim::NoiseKind::kBloom}) {
+      settings.noise[kind] = 1.0;
+    }
+  }
   settings.seed = 7;
   settings.frames = kDriveFrames;
   sim::Simulator simulator(settings);
@@ -87,7 +94,8 @@ const SimulatedDrive& Drive(const std::string& model) {
   for (uint32_t i = 0; i < kDriveFrames; ++i) {
     simulator.GenerateFrame(i, drive.frames[i]);
   }
-  return cache.emplace(model, std::move(drive)).first->second;
+  return cache.emplace(std::make_pair(model, strongReturnArtefacts), std::move(drive))
+      .first->second;
 }
 
 std::string ColumnModel() {

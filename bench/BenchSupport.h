@@ -25,8 +25,10 @@ struct SimulatedDrive {
   std::vector<Frame> frames;
 };
 
-// A few consecutive frames of a rainy city drive of `model`, generated once and cached.
-const SimulatedDrive& Drive(const std::string& model);
+// A few consecutive frames of a rainy city drive of `model`, generated once and cached. With
+// `strongReturnArtefacts`, the drive also carries crosstalk, ghosts and blooming around every
+// strong return, for the filters that remove them.
+const SimulatedDrive& Drive(const std::string& model, bool strongReturnArtefacts = false);
 
 // The simulated model that stands for the single-column "QuillA4"/"ZephelB2/B3/MP" family.
 std::string ColumnModel();

@@ -14,7 +14,7 @@ mkdir -p "$OUT"
 
 echo "== simulating 10 frames of a rainy city drive"
 "$TOOL" simulate --model Marlo128 --scene city --ego-speed 8 --rain 0.08 --ghost 0.5 \
-  --close-range 0.3 --interference 0.01 --fixed-echo 0.5 --frames 10 --seed 7 -o "$OUT/drive"
+  --close-range 0.3 --interference 0.01 --fixed-echo 0.5 --bloom 1 --frames 10 --seed 7 -o "$OUT/drive"
 
 echo
 echo "== running $CONFIG over it, packet by packet as the sensor delivers them"

@@ -29,10 +29,6 @@ constexpr double kQuickMinCosine = 1e-3;
 constexpr double kQuickMinScale = 1e-200;
 constexpr double kQuickMaxScale = 1e200;
 
-bool IsPacketSize(std::size_t n) {
-  return n == kPacketPoints128 || n == kPacketPoints96 || n == kPacketPoints192;
-}
-
 }  // namespace
 
 bool DragPoint::IsSupported(const std::string& lidarTypeName) {

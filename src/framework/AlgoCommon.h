@@ -92,6 +92,11 @@ constexpr std::size_t kPacketPoints128 = 128;
 constexpr std::size_t kPacketPoints192 = 192;
 constexpr std::size_t kColumnPoints64 = 64;
 
+// Whether a unit of `points` points is one of the packet shapes above rather than a whole frame.
+inline bool IsPacketSize(std::size_t points) {
+  return points == kPacketPoints96 || points == kPacketPoints128 || points == kPacketPoints192;
+}
+
 // The column grid of a mirror face's sweep, over which the motion and interference filters keep
 // their range histories: 720 columns of 0.167 degrees from 30 degrees, which is the part of the
 // sweep every face covers.

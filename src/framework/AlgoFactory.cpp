@@ -2,10 +2,15 @@
 
 #include "filters/CloseRangeNoise128.h"
 #include "filters/CloseRangeNoiseFilter.h"
+#include "filters/CrosstalkFilter.h"
+#include "filters/CrosstalkFilter2.h"
 #include "filters/DeletePoint.h"
 #include "filters/DragPoint.h"
 #include "filters/FixedNoise128.h"
 #include "filters/HighRef128.h"
+#include "filters/HighrefFilter.h"
+#include "filters/HighrefFilter128.h"
+#include "filters/HighrefFilterOVP48.h"
 #include "filters/HighrefFilterZepT.h"
 #include "filters/LidarInterfere128.h"
 #include "filters/OutlierPoint.h"
@@ -47,16 +52,22 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<MirrorMotionCompensation>(name, desc, type);
     case 7:
       return std::make_shared<OutlierPoint>(name, desc, type);
+    case 8:
+      return std::make_shared<CrosstalkFilter>(name, desc, type);
     case 10:
       return std::make_shared<JointabcProcess>(name, desc, type);
     case 12:
       return std::make_shared<DragPoint>(name, desc, type);
     case 13:
       return std::make_shared<RainfogFilter>(name, desc, type);
+    case 14:
+      return std::make_shared<HighrefFilter>(name, desc, type);
     case 15:
       return std::make_shared<SunlightNoise3>(name, desc, type);
     case 16:
       return std::make_shared<DeletePoint>(name, desc, type);
+    case 17:
+      return std::make_shared<CrosstalkFilter2>(name, desc, type);
     case 18:
       return std::make_shared<SmallBlind>(name, desc, type);
     case 20:
@@ -75,6 +86,10 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<UndistortPoint2>(name, desc, type);
     case 28:
       return std::make_shared<SmallBlindMarlo128>(name, desc, type);
+    case 29:
+      return std::make_shared<HighrefFilter128>(name, desc, type);
+    case 30:
+      return std::make_shared<HighrefFilterOVP48>(name, desc, type);
     case 31:
       return std::make_shared<CalculateRotateAllPointCloud>(name, desc, type);
     case 33:
@@ -83,19 +98,13 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<UndistortPointMove>(name, desc, type);
     case 35:
       return std::make_shared<GroundDet>(name, desc, type);
-    // Crosstalk (8, 17), disturbed points (9), reflectance calibration (11), high-reflectivity
-    // ghosts (14, 29, 30), discrete points (19), two-pass clustering (22) and region of interest
-    // (32) are not provided by this library; their ids still load so that a host's configuration
-    // keeps working.
-    case 8:
+    // Disturbed points (9), reflectance calibration (11), discrete points (19), two-pass
+    // clustering (22) and region of interest (32) are not provided by this library; their ids
+    // still load so that a host's configuration keeps working.
     case 9:
     case 11:
-    case 14:
-    case 17:
     case 19:
     case 22:
-    case 29:
-    case 30:
     case 32:
       return std::make_shared<PassThroughAlgo>(name, desc, type);
     default:
@@ -125,11 +134,14 @@ constexpr FootprintEntry kFootprints[] = {
     {5, FootprintOf<UnderGroundPoint>},
     {6, FootprintOf<MirrorMotionCompensation>},
     {7, FootprintOf<OutlierPoint>},
+    {8, FootprintOf<CrosstalkFilter>},
     {10, FootprintOf<JointabcProcess>},
     {12, FootprintOf<DragPoint>},
     {13, FootprintOf<RainfogFilter>},
+    {14, FootprintOf<HighrefFilter>},
     {15, FootprintOf<SunlightNoise3>},
     {16, FootprintOf<DeletePoint>},
+    {17, FootprintOf<CrosstalkFilter2>},
     {18, FootprintOf<SmallBlind>},
     {20, FootprintOf<CloseRangeNoiseFilter>},
     {21, FootprintOf<MotionPoint>},
@@ -139,6 +151,8 @@ constexpr FootprintEntry kFootprints[] = {
     {26, FootprintOf<LidarInterfere128>},
     {27, FootprintOf<UndistortPoint2>},
     {28, FootprintOf<SmallBlindMarlo128>},
+    {29, FootprintOf<HighrefFilter128>},
+    {30, FootprintOf<HighrefFilterOVP48>},
     {31, FootprintOf<CalculateRotateAllPointCloud>},
     {33, FootprintOf<HighrefFilterZepT>},
     {34, FootprintOf<UndistortPointMove>},

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "framework/AlgoCommon.h"
+#include "sim/ReturnModel.h"
 #include "sim/Truth.h"
 
 namespace velmar {
@@ -12,18 +13,14 @@ namespace sim {
 namespace {
 
 constexpr double kRangeNoiseSigma = 0.02;  // metres, on surface returns
-constexpr double kMaxIntensity = 255.0;
 // Pulse width of a diffuse surface grows with the log of the received energy; a
 // retro-reflector saturates the receiver and stretches the pulse beyond every diffuse return.
 constexpr double kPulseFloor = 6.0;
 constexpr double kPulseGain = 5.0;
-constexpr double kPulseEnergyScale = 2000.0;
 constexpr double kMaxDiffusePulse = 38.0;
 constexpr double kMinPulse = 1.5;
 constexpr double kRetroPulseLow = 44.0;
 constexpr double kRetroPulseHigh = 52.0;
-// A return with a wider pulse than this leaks into partner channels.
-constexpr double kStrongPulse = 40.0;
 
 constexpr double kNearObjectRange = 2.0;  // an inner channel this close causes edge echoes
 constexpr uint32_t kGroupPoints = 32;     // point groups of the 128-channel packets
@@ -57,7 +54,8 @@ FrameBuilder::FrameBuilder(const SensorModel& model, const NoiseSettings& noise,
       beams_(model.channels),
       previous_(model.channels),
       edgeNow_(model.channels),
-      edgePrevious_(model.channels) {
+      edgePrevious_(model.channels),
+      artefacts_(model, noise) {
   for (uint32_t i = 0; i < model.channels; ++i) {
     cosEl_[i] = std::cos(model.elevationDeg[i] * kDegToRad);
     sinEl_[i] = std::sin(model.elevationDeg[i] * kDegToRad);
@@ -80,6 +78,9 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
   // Start from all-zero records; whatever the vector held before (a processed frame) is gone.
   frame.resize(model_.PointsPerFrame());
   std::memset(static_cast<void*>(frame.data()), 0, frame.size() * sizeof(_ori_point));
+  if (artefacts_.Enabled()) {
+    artefacts_.StartFrame(frame.size());
+  }
   const double frameStart = index * model_.FramePeriodSec();
   std::size_t base = 0;
   for (uint32_t slot = 0; slot < model_.faces; ++slot) {
@@ -99,6 +100,9 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
       base += model_.channels;
     }
   }
+  if (artefacts_.Enabled()) {
+    artefacts_.Apply(frame, noiseRng_);
+  }
   frame.back().mark = 1;
 }
 
@@ -114,6 +118,9 @@ void FrameBuilder::BuildColumn(Scene& scene, const Column& col, std::vector<_ori
     Return ret = SurfaceReturn(hit);
     AddBeamNoise(col, ch, ret);
     WritePoint(col, ch, ret, frame[col.base + ch]);
+    if (artefacts_.Enabled()) {
+      artefacts_.NoteSurface(col.base + ch, hit);
+    }
   }
   AddEdgeEchoes(col, frame);
   AddGhosts(col, frame);
@@ -137,8 +144,7 @@ FrameBuilder::Return FrameBuilder::SurfaceReturn(const SurfaceHit& hit) {
     ret.intensity = kMaxIntensity;
     return ret;
   }
-  const double r = std::max(hit.range, 0.5);
-  const double energy = hit.reflectivity * kPulseEnergyScale / (r * r);
+  const double energy = ReceivedEnergy(hit.reflectivity, hit.range);
   ret.pulse = Clamp(kPulseFloor + kPulseGain * std::log1p(energy) + 0.5 * surfaceRng_.Normal(),
                     kMinPulse, kMaxDiffusePulse);
   ret.intensity = Clamp(hit.reflectivity * kMaxIntensity * (1.0 + 0.05 * surfaceRng_.Normal()), 1.0,

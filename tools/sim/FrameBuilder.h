@@ -12,6 +12,7 @@
 #include "sim/Scene.h"
 #include "sim/SensorModel.h"
 #include "sim/Settings.h"
+#include "sim/StrongReturnArtefacts.h"
 #include "velmar/lidar_algo.h"
 
 namespace velmar {
@@ -75,6 +76,7 @@ class FrameBuilder {
   // point stays as it is, so that every smear keeps its edge.
   std::vector<uint8_t> edgeNow_;
   std::vector<uint8_t> edgePrevious_;
+  StrongReturnArtefacts artefacts_;
 };
 
 }  // namespace sim

@@ -70,6 +70,9 @@ void WriteIndex(const std::string& folder, const RecordingInfo& info) {
   w.Key("noise");
   w.StartObject();
   for (const NoiseKindInfo& kind : NoiseKinds()) {
+    if (!kind.listedWhenOff && info.noise[kind.kind] == 0.0) {
+      continue;
+    }
     w.Key(kind.name);
     w.Double(info.noise[kind.kind]);
   }
@@ -128,6 +131,7 @@ class IndexReader {
   IndexReader(const std::string& path, const rapidjson::Value& object)
       : path_(path), object_(object) {}
 
+  bool Has(const char* key) const { return object_.HasMember(key); }
   const rapidjson::Value& Member(const char* key) const {
     auto it = object_.FindMember(key);
     if (it == object_.MemberEnd()) {
@@ -221,6 +225,9 @@ RecordingInfo ParseIndex(const std::string& path) {
   }
   const IndexReader noise = root.Object("noise");
   for (const NoiseKindInfo& kind : NoiseKinds()) {
+    if (!kind.listedWhenOff && !noise.Has(kind.name)) {
+      continue;
+    }
     info.noise[kind.kind] = noise.Number(kind.name);
   }
   for (const auto& member : root.Object("attributes").Value().GetObject()) {

@@ -106,18 +106,34 @@ SensorModel ZephelT() {
   return m;
 }
 
-// A spinning 16-channel sensor without a mirror: one sweep of the full turn per frame, packets
-// of 20 columns of 16 channels.
-SensorModel Orvik16() {
-  SensorModel m = BaseModel("Orvik16", LIDAR_ORVIK16, 16, 320, 120.0);
+// The spinning Orvik sensors have no mirror: one sweep of the full turn per frame, 1800
+// columns of 0.2 degrees, 10 frames a second, every channel of a column one after the other.
+SensorModel SpinningModel(const std::string& name, LidarType type, uint32_t channels,
+                          uint32_t packetPoints, double maxRange) {
+  SensorModel m = BaseModel(name, type, channels, packetPoints, maxRange);
   m.faces = 1;
   m.gridColumns = 1800;
   m.turnColumns = 0;
   m.startAngleDeg = 0.0;
   m.columnStepDeg = 0.2;
   m.facePeriodSec = 0.1;
+  return m;
+}
+
+// 16 channels, packets of 20 columns.
+SensorModel Orvik16() {
+  SensorModel m = SpinningModel("Orvik16", LIDAR_ORVIK16, 16, 320, 120.0);
   m.elevationDeg = EvenElevations(16, 15.0, 2.0);
   m.edgeChannels = 2;
+  return m;
+}
+
+// 48 channels: a column fires them as three runs of 16 neighbours in elevation, and a packet
+// carries eight runs (128 points), so a column may continue in the next packet.
+SensorModel Orvik48() {
+  SensorModel m = SpinningModel("Orvik48", LIDAR_ORVIK48, 48, 128, 150.0);
+  m.elevationDeg = EvenElevations(48, 8.0, 0.5);
+  m.edgeChannels = 3;
   return m;
 }
 
@@ -147,8 +163,8 @@ bool SensorModel::SlotSeesRange(uint32_t slot, double range) const {
 }
 
 const std::vector<SensorModel>& SensorModels() {
-  static const std::vector<SensorModel> models = {Marlo128(), ZephelB2(), QuillA4(), ZephelT(),
-                                                  Orvik16()};
+  static const std::vector<SensorModel> models = {Marlo128(), ZephelB2(), QuillA4(),
+                                                  ZephelT(),  Orvik16(),  Orvik48()};
   return models;
 }
 

@@ -24,6 +24,16 @@ const std::array<NoiseKindInfo, kNoiseKindCount>& NoiseKinds() {
       {NoiseKind::kFixedEcho, "fixed-echo",
        "the 62-70 m false echo band of the 128-channel model, per beam in its windows",
        TruthKind::kFixedEcho},
+      {NoiseKind::kCrosstalkVertical, "crosstalk-v",
+       "weak returns at a strong return's range in other channels of its column, per strong "
+       "return",
+       TruthKind::kCrosstalkVertical, false},
+      {NoiseKind::kCrosstalkHorizontal, "crosstalk-h",
+       "weak returns at a strong return's range in its channel, nearby columns, per strong return",
+       TruthKind::kCrosstalkHorizontal, false},
+      {NoiseKind::kBloom, "bloom",
+       "halo of weak returns around a retro-reflector at its range, per retro-reflector return",
+       TruthKind::kBloom, false},
   }};
   return kinds;
 }

@@ -23,14 +23,20 @@ enum class NoiseKind : uint32_t {
   kGhost,
   kCloseRange,
   kFixedEcho,
+  kCrosstalkVertical,
+  kCrosstalkHorizontal,
+  kBloom,
 };
-constexpr std::size_t kNoiseKindCount = 8;
+constexpr std::size_t kNoiseKindCount = 11;
 
 struct NoiseKindInfo {
   NoiseKind kind;
   const char* name;         // command-line and JSON name ("rain", "close-range", ...)
   const char* description;  // what the rate means
   TruthKind truth;          // class given to the returns it makes
+  // Kinds added after the first recordings are written into recording.json only when switched
+  // on and read as off when absent, so that recordings without them keep their bytes.
+  bool listedWhenOff = true;
 };
 const std::array<NoiseKindInfo, kNoiseKindCount>& NoiseKinds();
 

@@ -11,6 +11,7 @@
 #include "EvalReport.h"
 #include "FrameFeeder.h"
 #include "Pipeline.h"
+#include "SignObjects.h"
 #include "StageMeter.h"
 
 namespace velmar {
@@ -50,7 +51,8 @@ EvalReport Evaluate(const EvalOptions& options) {
   CheckRecordingModel(*reader, options.input, model);
   std::unique_ptr<LidarAlgo> pipeline = OpenMeasurablePipeline(model, options.config);
 
-  StageMeter meter(pipeline->Algorithms());
+  const SignObjects signs = SignObjectsOf(reader->Info());
+  StageMeter meter(pipeline->Algorithms(), signs);
   EvalReport report;
   report.model = options.model;
   report.config = options.config;
@@ -66,7 +68,7 @@ EvalReport Evaluate(const EvalOptions& options) {
         meter.Collect(frame.units, stageTotals);
         std::vector<int64_t> representative = Representatives(
             frame.input.size(), frame.output, [&frame](std::size_t j) { return frame.origin[j]; });
-        TallyOutcomes(frame.input, frame.output, representative, report.pipeline);
+        TallyOutcomes(frame.input, frame.output, representative, report.pipeline, signs);
         distortion.Add(frame, representative);
       },
       "eval");

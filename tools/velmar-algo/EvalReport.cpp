@@ -14,6 +14,7 @@ namespace tools {
 namespace {
 
 constexpr double kPercent = 100.0;
+constexpr const char* kSignRow = "(signs)";
 
 bool Active(const ClassCounts& counts) {
   return counts.removed + counts.flagged + counts.moved + counts.added + counts.lost > 0;
@@ -57,11 +58,32 @@ void PrintBlock(std::ostream& out, const std::string& title, const OutcomeTally&
     }
     PrintRow(out, sim::TruthKindName(kind), returns, tally[kind]);
   }
+  // Signs are real returns counted a second time, so that what a filter does to them shows.
+  if (recorded.signs.returns > 0 && (!onlyActive || Active(tally.signs))) {
+    PrintRow(out, kSignRow, recorded.signs.returns, tally.signs);
+  }
   PrintSummary(out, tally, recorded);
 }
 
-void WriteCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& writer,
-                 const OutcomeTally& tally, const OutcomeTally& recorded) {
+using JsonWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+
+void WriteClass(JsonWriter& writer, const char* name, uint64_t returns, const ClassCounts& counts) {
+  writer.Key(name);
+  writer.StartObject();
+  writer.Key("returns");
+  writer.Uint64(returns);
+  writer.Key("removed");
+  writer.Uint64(counts.removed);
+  writer.Key("flagged");
+  writer.Uint64(counts.flagged);
+  writer.Key("moved");
+  writer.Uint64(counts.moved);
+  writer.Key("added");
+  writer.Uint64(counts.added);
+  writer.EndObject();
+}
+
+void WriteCounts(JsonWriter& writer, const OutcomeTally& tally, const OutcomeTally& recorded) {
   writer.Key("by_class");
   writer.StartObject();
   for (uint32_t k = 1; k < sim::kTruthKindCount; ++k) {
@@ -70,21 +92,12 @@ void WriteCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& writer,
     if (recorded[kind].returns == 0 && !Active(counts)) {
       continue;
     }
-    writer.Key(sim::TruthKindName(kind).c_str());
-    writer.StartObject();
-    writer.Key("returns");
-    writer.Uint64(recorded[kind].returns);
-    writer.Key("removed");
-    writer.Uint64(counts.removed);
-    writer.Key("flagged");
-    writer.Uint64(counts.flagged);
-    writer.Key("moved");
-    writer.Uint64(counts.moved);
-    writer.Key("added");
-    writer.Uint64(counts.added);
-    writer.EndObject();
+    WriteClass(writer, sim::TruthKindName(kind).c_str(), recorded[kind].returns, counts);
   }
   writer.EndObject();
+  if (recorded.signs.returns > 0) {
+    WriteClass(writer, "signs", recorded.signs.returns, tally.signs);
+  }
   writer.Key("noise_recall");
   writer.Double(Share(tally.Noise().removed, recorded.Noise().returns));
   writer.Key("real_removed_share");
@@ -187,7 +200,7 @@ void PrintEvalTable(const EvalReport& report, std::ostream& out) {
 
 std::string EvalJson(const EvalReport& report) {
   rapidjson::StringBuffer buffer;
-  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+  JsonWriter writer(buffer);
   writer.StartObject();
   writer.Key("model");
   writer.String(report.model.c_str());

@@ -27,6 +27,7 @@ OutcomeTally& OutcomeTally::operator+=(const OutcomeTally& other) {
   for (std::size_t k = 0; k < byClass.size(); ++k) {
     byClass[k] += other.byClass[k];
   }
+  signs += other.signs;
   return *this;
 }
 
@@ -86,7 +87,8 @@ std::vector<int64_t> Representatives(std::size_t inputCount, const std::vector<_
 // with no origin at all was made by an algorithm from state of earlier frames. Both count as
 // added, under the truth class they carry.
 void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
-                   const std::vector<int64_t>& representative, OutcomeTally& tally) {
+                   const std::vector<int64_t>& representative, OutcomeTally& tally,
+                   const SignObjects& signs) {
   std::vector<bool> isRepresentative(output.size(), false);
   for (std::size_t i = 0; i < input.size(); ++i) {
     int64_t chosen = representative[i];
@@ -96,19 +98,26 @@ void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_
     if (!IsReturn(input[i])) {
       continue;
     }
-    ClassCounts& counts = tally[sim::TruthKindOf(input[i])];
-    ++counts.returns;
+    const sim::TruthKind kind = sim::TruthKindOf(input[i]);
+    const uint32_t object = sim::TruthObjectOf(input[i]);
+    const bool sign = kind == sim::TruthKind::kReal && object < signs.size() && signs[object];
+    ClassCounts outcome;
+    outcome.returns = 1;
     if (chosen == kNoOrigin) {
-      ++counts.lost;
-      continue;
+      outcome.lost = 1;
+    } else {
+      const _ori_point& after = output[static_cast<std::size_t>(chosen)];
+      if (!IsReturn(after)) {
+        outcome.removed = 1;
+      } else {
+        outcome.flagged = Flagged(input[i], after) ? 1 : 0;
+        outcome.moved = Moved(input[i], after) ? 1 : 0;
+      }
     }
-    const _ori_point& after = output[static_cast<std::size_t>(chosen)];
-    if (!IsReturn(after)) {
-      ++counts.removed;
-      continue;
+    tally[kind] += outcome;
+    if (sign) {
+      tally.signs += outcome;
     }
-    counts.flagged += Flagged(input[i], after) ? 1 : 0;
-    counts.moved += Moved(input[i], after) ? 1 : 0;
   }
   for (std::size_t j = 0; j < output.size(); ++j) {
     if (!isRepresentative[j] && IsReturn(output[j])) {

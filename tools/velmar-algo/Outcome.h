@@ -27,8 +27,13 @@ struct ClassCounts {
   ClassCounts& operator+=(const ClassCounts& other);
 };
 
+// Scene objects that are retro-reflective signs, by object number (entry 0 stands for no object);
+// empty when the scene is not known.
+using SignObjects = std::vector<uint8_t>;
+
 struct OutcomeTally {
   std::array<ClassCounts, sim::kTruthKindCount> byClass{};
+  ClassCounts signs;  // returns of retro-reflective signs, counted among the real ones as well
 
   OutcomeTally& operator+=(const OutcomeTally& other);
   ClassCounts& operator[](sim::TruthKind kind) { return byClass[static_cast<std::size_t>(kind)]; }
@@ -56,9 +61,11 @@ std::vector<int64_t> Representatives(std::size_t inputCount, const std::vector<_
                                      const std::function<int64_t(std::size_t)>& originOf);
 
 // Adds to `tally` what happened between `input` and `output` (the same points after
-// processing); `representative` comes from Representatives().
+// processing); `representative` comes from Representatives(). Returns of the objects in `signs`
+// are also counted in tally.signs.
 void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
-                   const std::vector<int64_t>& representative, OutcomeTally& tally);
+                   const std::vector<int64_t>& representative, OutcomeTally& tally,
+                   const SignObjects& signs = SignObjects());
 
 // Whether a kept return changed position, or had one of its flags (label, drag_level,
 // motion_flag) changed.

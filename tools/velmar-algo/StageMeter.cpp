@@ -23,7 +23,8 @@ uint64_t PackStamp(Stamp stamp) {
 
 }  // namespace
 
-StageMeter::StageMeter(std::vector<std::shared_ptr<AlgoBase>> algorithms) {
+StageMeter::StageMeter(std::vector<std::shared_ptr<AlgoBase>> algorithms, SignObjects signs)
+    : signs_(std::move(signs)) {
   for (std::shared_ptr<AlgoBase>& algorithm : algorithms) {
     stages_.push_back(Stage{std::move(algorithm), {}});
   }
@@ -76,7 +77,7 @@ void StageMeter::Measure(std::size_t stage, const std::vector<_ori_point>& befor
   perStage.resize(stages_.size());
   Contribution& contribution = perStage[stage];
   contribution = Contribution{};
-  TallyOutcomes(before, after, representative, contribution.tally);
+  TallyOutcomes(before, after, representative, contribution.tally, signs_);
   for (std::size_t i = 0; i < before.size(); ++i) {
     int64_t chosen = representative[i];
     if (IsReturn(before[i]) &&

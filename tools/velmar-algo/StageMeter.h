@@ -18,7 +18,9 @@ namespace tools {
 
 class StageMeter {
  public:
-  explicit StageMeter(std::vector<std::shared_ptr<AlgoBase>> algorithms);
+  // Returns of the objects in `signs` are also counted as sign returns.
+  explicit StageMeter(std::vector<std::shared_ptr<AlgoBase>> algorithms,
+                      SignObjects signs = SignObjects());
 
   std::size_t StageCount() const { return stages_.size(); }
   const AlgoBase& Algorithm(std::size_t stage) const { return *stages_[stage].algorithm; }
@@ -48,6 +50,7 @@ class StageMeter {
   static void MatchMovedReturns(const std::vector<const Contribution*>& parts, OutcomeTally& total);
 
   std::vector<Stage> stages_;
+  SignObjects signs_;
   std::vector<_ori_point> before_;
   std::map<uint32_t, std::vector<Contribution>> contributions_;  // per packet, per stage
 };
