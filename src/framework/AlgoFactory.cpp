@@ -3,6 +3,8 @@
 #include "filters/CloseRangeNoise128.h"
 #include "filters/CloseRangeNoiseFilter.h"
 #include "filters/DeletePoint.h"
+#include "filters/DiscretePoint.h"
+#include "filters/DisturbPointFilter.h"
 #include "filters/DragPoint.h"
 #include "filters/FixedNoise128.h"
 #include "filters/HighRef128.h"
@@ -23,6 +25,7 @@
 #include "geometry/UnderGroundPoint.h"
 #include "ground/GroundDet.h"
 #include "motion/MotionPoint.h"
+#include "motion/TwopassPoint.h"
 #include "motion/UndistortPoint.h"
 #include "motion/UndistortPoint2.h"
 
@@ -46,6 +49,8 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<MirrorMotionCompensation>(name, desc, type);
     case 7:
       return std::make_shared<OutlierPoint>(name, desc, type);
+    case 9:
+      return std::make_shared<DisturbPointFilter>(name, desc, type);
     case 10:
       return std::make_shared<JointabcProcess>(name, desc, type);
     case 12:
@@ -58,10 +63,14 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<DeletePoint>(name, desc, type);
     case 18:
       return std::make_shared<SmallBlind>(name, desc, type);
+    case 19:
+      return std::make_shared<DiscretePoint>(name, desc, type);
     case 20:
       return std::make_shared<CloseRangeNoiseFilter>(name, desc, type);
     case 21:
       return std::make_shared<MotionPoint>(name, desc, type);
+    case 22:
+      return std::make_shared<TwopassPoint>(name, desc, type);
     case 23:
       return std::make_shared<CloseRangeNoise128>(name, desc, type);
     case 24:
@@ -80,17 +89,13 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<HighrefFilterZepT>(name, desc, type);
     case 35:
       return std::make_shared<GroundDet>(name, desc, type);
-    // Crosstalk (8, 17), disturbed points (9), reflectance calibration (11), high-reflectivity
-    // ghosts (14, 29, 30), discrete points (19), two-pass clustering (22), region of interest (32)
-    // and moving-platform undistortion (34) are not provided by this library; their ids still
-    // load so that a host's configuration keeps working.
+    // Crosstalk (8, 17), reflectance calibration (11), high-reflectivity ghosts (14, 29, 30),
+    // region of interest (32) and moving-platform undistortion (34) are not provided by this
+    // library; their ids still load so that a host's configuration keeps working.
     case 8:
-    case 9:
     case 11:
     case 14:
     case 17:
-    case 19:
-    case 22:
     case 29:
     case 30:
     case 32:

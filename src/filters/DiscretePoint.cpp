@@ -1,0 +1,160 @@
+#include "filters/DiscretePoint.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace velmar {
+namespace {
+
+constexpr const char* kClassName = "DiscretePoint";
+constexpr int32_t kMaxWindowRows = 4;
+constexpr int32_t kMaxWindowColumns = 8;
+constexpr double kMaxFactor = 50.0;
+constexpr double kMaxRadius = 5.0;
+constexpr int32_t kMaxSupport = 16;
+constexpr double kMaxIntensity = 1000.0;
+constexpr double kMaxEcho = 1000.0;
+
+// Sides of a return on which a close neighbour was found.
+constexpr unsigned kLeft = 1;
+constexpr unsigned kRight = 2;
+constexpr unsigned kUp = 4;
+constexpr unsigned kDown = 8;
+
+unsigned SideOf(int rows, int columns) {
+  unsigned side = 0;
+  if (std::abs(rows) <= 1) {
+    side |= columns < 0 ? kLeft : (columns > 0 ? kRight : 0);
+  }
+  if (std::abs(columns) <= 1) {
+    side |= rows < 0 ? kUp : (rows > 0 ? kDown : 0);
+  }
+  return side;
+}
+
+bool OppositeSides(unsigned sides) {
+  return (sides & (kLeft | kRight)) == (kLeft | kRight) || (sides & (kUp | kDown)) == (kUp | kDown);
+}
+
+float Squared(float v) {
+  return v * v;
+}
+
+float DistanceSquared(const ImageReturn& a, const ImageReturn& b) {
+  return Squared(a.x - b.x) + Squared(a.y - b.y) + Squared(a.z - b.z);
+}
+
+}  // namespace
+
+bool DiscretePoint::IsSupported(const std::string& /*lidarTypeName*/) {
+  return true;
+}
+
+void DiscretePoint::ParseParams() {
+  ReadInRange(kClassName, "window_rows", window_rows, 1, kMaxWindowRows);
+  ReadInRange(kClassName, "window_columns", window_columns, 1, kMaxWindowColumns);
+  ReadInRange(kClassName, "support_factor", support_factor, 0.0, kMaxFactor);
+  ReadInRange(kClassName, "continuity_factor", continuity_factor, 0.0, kMaxFactor);
+  ReadInRange(kClassName, "min_radius", min_radius, 0.0, kMaxRadius);
+  ReadInRange(kClassName, "min_support", min_support, 1, kMaxSupport);
+  ReadInRange(kClassName, "weak_intensity", weak_intensity, -1.0, kMaxIntensity);
+  ReadInRange(kClassName, "weak_echo", weak_echo, 0.0, kMaxEcho);
+  ReadInRange(kClassName, "column_step", column_step, 0.0, RangeImage::kMaxColumnStepDeg);
+  if (column_step > 0.0 && column_step < RangeImage::kMinColumnStepDeg) {
+    PrintParamOutOfRange(kClassName, "column_step");
+    column_step = 0.0;
+  }
+  ReadParam("debug_using_echo", debug_using_echo);
+  image_ = RangeImage(column_step);
+  BuildOffsets();
+}
+
+void DiscretePoint::ClearCache() {
+  image_.Reset();
+}
+
+void DiscretePoint::BuildOffsets() {
+  offsets_.clear();
+  for (int r = -window_rows; r <= window_rows; ++r) {
+    for (int c = -window_columns; c <= window_columns; ++c) {
+      offsets_.push_back({r, c});
+    }
+  }
+  // Nearest cells first: most returns find their support at once.
+  std::stable_sort(offsets_.begin(), offsets_.end(), [](const Offset& a, const Offset& b) {
+    return a.rows * a.rows + a.columns * a.columns < b.rows * b.rows + b.columns * b.columns;
+  });
+}
+
+bool DiscretePoint::IsWeak(const ImageReturn& r) const {
+  return r.intensity <= weak_intensity || r.echo < weak_echo;
+}
+
+bool DiscretePoint::Keep(const ImageReturn& r, int32_t self) const {
+  const std::vector<ImageReturn>& returns = image_.Returns();
+  const bool weak = IsWeak(r);
+  int32_t support = 0;
+  unsigned sides = 0;
+  for (const Offset& o : offsets_) {
+    float separation = 0.0f;
+    int32_t n = image_.Neighbour(r.channel, r.column, o.rows, o.columns, separation);
+    if (n < 0) {
+      continue;
+    }
+    const float spacing = r.range * separation;
+    const float supportRadius =
+        std::max(static_cast<float>(min_radius), static_cast<float>(support_factor) * spacing);
+    const float continuityRadius =
+        std::max(static_cast<float>(min_radius), static_cast<float>(continuity_factor) * spacing);
+    const unsigned side = SideOf(o.rows, o.columns);
+    for (; n >= 0; n = returns[static_cast<std::size_t>(n)].next) {
+      if (n == self) {
+        continue;
+      }
+      const ImageReturn& other = returns[static_cast<std::size_t>(n)];
+      const float d2 = DistanceSquared(r, other);
+      if (d2 >= Squared(supportRadius)) {
+        continue;
+      }
+      if (!weak) {
+        if (++support >= min_support) {
+          return true;
+        }
+        continue;
+      }
+      if (!IsWeak(other)) {
+        return true;
+      }
+      if (d2 < Squared(continuityRadius)) {
+        sides |= side;
+        if (OppositeSides(sides)) {
+          return true;
+        }
+      }
+    }
+  }
+  return false;
+}
+
+void DiscretePoint::Judge(std::vector<_ori_point>& frame, std::size_t first) {
+  const std::vector<ImageReturn>& returns = image_.Returns();
+  for (std::size_t i = first; i < returns.size(); ++i) {
+    if (Keep(returns[i], static_cast<int32_t>(i))) {
+      continue;
+    }
+    _ori_point& p = frame[returns[i].index];
+    p.distance = 0.0;
+    if (debug_using_echo >= 0) {
+      p.label = debug_using_echo;
+    }
+  }
+}
+
+void DiscretePoint::Process(std::vector<_ori_point>& frame) {
+  if (offsets_.empty()) {
+    BuildOffsets();
+  }
+  image_.AddCall(frame, [this, &frame](std::size_t first) { Judge(frame, first); });
+}
+
+}  // namespace velmar

@@ -1,0 +1,52 @@
+// Removes isolated returns: snowflakes, rain and spray drops, dust. A return is kept when a
+// neighbour in the channel x column structure lies within a few beam spacings of it at its
+// range; a return with no measurable reflectance needs more: a bright supporting neighbour, or
+// neighbours on two opposite sides, as the returns of a dark surface have.
+#ifndef VELMAR_FILTERS_DISCRETE_POINT_H
+#define VELMAR_FILTERS_DISCRETE_POINT_H
+
+#include <utility>
+#include <vector>
+
+#include "framework/Algorithm.h"
+#include "framework/RangeImage.h"
+
+namespace velmar {
+
+class DiscretePoint : public Algorithm {
+ public:
+  using Algorithm::Algorithm;
+
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override;
+
+  int32_t window_rows = 2;         // rows searched above and below
+  int32_t window_columns = 3;      // columns searched on each side
+  double support_factor = 6.0;     // support radius, in beam separations at the range
+  double continuity_factor = 2.0;  // radius of the two-sided test of weak returns
+  double min_radius = 0.1;         // metres, the least support radius
+  int32_t min_support = 1;         // supporting neighbours a return needs
+  double weak_intensity = 0.5;     // at or below: no measurable reflectance
+  double weak_echo = 0.0;          // echo strength below this is weak too (0: off)
+  double column_step = 0.0;        // degrees; 0 learns the sensor's step from the frames
+  int32_t debug_using_echo = -1;   // >= 0: removed returns get this label
+
+ private:
+  struct Offset {
+    int rows;
+    int columns;
+  };
+  void BuildOffsets();
+  bool IsWeak(const ImageReturn& r) const;
+  bool Keep(const ImageReturn& r, int32_t self) const;
+  void Judge(std::vector<_ori_point>& frame, std::size_t first);
+
+  RangeImage image_{0.0};
+  std::vector<Offset> offsets_;  // the window, nearest cells first
+};
+
+}  // namespace velmar
+
+#endif  // VELMAR_FILTERS_DISCRETE_POINT_H

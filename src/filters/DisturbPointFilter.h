@@ -1,0 +1,41 @@
+// Removes disturbed returns: a spike far from every neighbour while the neighbours agree with
+// one another, and a mixed return floating between a near edge and the background. Both are
+// returns that no neighbour supports in a neighbourhood of returns that do have support; thin
+// objects (poles, posts, wires, legs) keep theirs along their own length.
+#ifndef VELMAR_FILTERS_DISTURB_POINT_FILTER_H
+#define VELMAR_FILTERS_DISTURB_POINT_FILTER_H
+
+#include <vector>
+
+#include "framework/Algorithm.h"
+#include "framework/RangeImage.h"
+
+namespace velmar {
+
+class DisturbPointFilter : public Algorithm {
+ public:
+  using Algorithm::Algorithm;
+
+  void Process(std::vector<_ori_point>& frame) override;
+  bool IsSupported(const std::string& lidarTypeName) override;
+  void ParseParams() override;
+  void ClearCache() override;
+
+  double support_factor = 3.0;  // support radius, in beam separations at the range
+  double min_radius = 0.05;     // metres, the least support radius
+  int32_t min_agreeing = 3;     // supported neighbours that make an unsupported return stand out
+  double column_step = 0.0;     // degrees; 0 learns the sensor's step from the frames
+  int32_t debug_using_echo = -1;
+
+ private:
+  bool Supported(const ImageReturn& r, int32_t self) const;
+  int32_t AgreeingNeighbours(const ImageReturn& r, int32_t self) const;
+  void Judge(std::vector<_ori_point>& frame, std::size_t first);
+
+  RangeImage image_{0.0};
+  std::vector<uint8_t> supported_;  // per return of the image
+};
+
+}  // namespace velmar
+
+#endif  // VELMAR_FILTERS_DISTURB_POINT_FILTER_H
