@@ -5,6 +5,9 @@
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 
+#include <unistd.h>
+
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -204,6 +207,61 @@ RecordingInfo ParseIndex(const std::string& path) {
 }
 
 }  // namespace
+
+StagedFolder::StagedFolder(const std::string& destination) : destination_(destination) {
+  static std::atomic<unsigned> counter{0};
+  fs::path target = fs::path(destination);
+  if (!target.has_filename()) {
+    target = target.parent_path();  // "out/" names the folder "out"
+  }
+  destination_ = target.string();
+  const std::string stem = destination_ + ".partial-" + std::to_string(getpid()) + "-";
+  std::error_code error;
+  for (unsigned attempt = 0; attempt < 100; ++attempt) {
+    staging_ = stem + std::to_string(counter++);
+    if (fs::create_directory(staging_, error)) {
+      return;
+    }
+  }
+  Fail(destination_, "cannot create a temporary folder beside it" +
+                         (error ? " (" + error.message() + ")" : std::string()));
+}
+
+StagedFolder::~StagedFolder() {
+  if (!committed_) {
+    std::error_code error;
+    fs::remove_all(staging_, error);
+  }
+}
+
+void StagedFolder::Commit() {
+  std::error_code error;
+  const fs::file_status status = fs::symlink_status(destination_, error);
+  if (fs::exists(status) && !fs::is_directory(status)) {
+    Fail(destination_, "exists and is not a folder");
+  }
+  // A folder already there is moved aside first: rename replaces only empty folders.
+  const std::string aside = staging_ + ".old";
+  const bool replacing = fs::exists(status);
+  if (replacing) {
+    fs::rename(destination_, aside, error);
+    if (error) {
+      Fail(destination_, "cannot replace the folder (" + error.message() + ")");
+    }
+  }
+  fs::rename(staging_, destination_, error);
+  if (error) {
+    if (replacing) {
+      std::error_code ignored;
+      fs::rename(aside, destination_, ignored);
+    }
+    Fail(destination_, "cannot move the finished folder into place (" + error.message() + ")");
+  }
+  committed_ = true;
+  if (replacing) {
+    fs::remove_all(aside, error);
+  }
+}
 
 std::string FrameFileName(uint32_t index) {
   char name[32];

@@ -80,6 +80,28 @@ class RecordingReader {
   uint32_t next_ = 0;
 };
 
+// A folder built under a temporary name beside its destination and moved into place only when
+// complete: a reader never sees half a recording, and a failed run leaves the destination as it
+// was. Write into Path(), then Commit(); without Commit() the temporary folder is removed.
+class StagedFolder {
+ public:
+  // Creates "<destination>.partial-<process>-<n>"; RecordingError when it cannot.
+  explicit StagedFolder(const std::string& destination);
+  ~StagedFolder();
+  StagedFolder(const StagedFolder&) = delete;
+  StagedFolder& operator=(const StagedFolder&) = delete;
+
+  const std::string& Path() const { return staging_; }
+  // Renames the folder to its destination, replacing a folder that was there; RecordingError
+  // when the destination is a file or the rename fails.
+  void Commit();
+
+ private:
+  std::string destination_;
+  std::string staging_;
+  bool committed_ = false;
+};
+
 // Name of the PCD file of frame `index` inside a recording folder ("frame_000042.pcd").
 std::string FrameFileName(uint32_t index);
 
