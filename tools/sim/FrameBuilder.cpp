@@ -18,8 +18,6 @@ constexpr double kMaxIntensity = 255.0;
 constexpr double kPulseFloor = 6.0;
 constexpr double kPulseGain = 5.0;
 constexpr double kPulseEnergyScale = 2000.0;
-constexpr double kMaxDiffusePulse = 38.0;
-constexpr double kMinPulse = 1.5;
 constexpr double kRetroPulseLow = 44.0;
 constexpr double kRetroPulseHigh = 52.0;
 // A return with a wider pulse than this leaks into partner channels.
@@ -46,6 +44,12 @@ uint64_t ToNanoseconds(double seconds) {
 }
 
 }  // namespace
+
+double DiffusePulseWidth(double reflectivity, double range) {
+  const double r = std::max(range, 0.5);
+  const double energy = reflectivity * kPulseEnergyScale / (r * r);
+  return kPulseFloor + kPulseGain * std::log1p(energy);
+}
 
 FrameBuilder::FrameBuilder(const SensorModel& model, const NoiseSettings& noise, uint64_t seed)
     : model_(model),
@@ -80,10 +84,9 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
   // Start from all-zero records; whatever the vector held before (a processed frame) is gone.
   frame.resize(model_.PointsPerFrame());
   std::memset(static_cast<void*>(frame.data()), 0, frame.size() * sizeof(_ori_point));
-  const double frameStart = index * model_.FramePeriodSec();
   std::size_t base = 0;
   for (uint32_t slot = 0; slot < model_.faces; ++slot) {
-    const double sweepStart = frameStart + slot * model_.facePeriodSec;
+    const double sweepStart = model_.ColumnTimeSec(index, slot, 0);
     scene.PrepareSweep(sweepStart, sweepStart + model_.facePeriodSec);
     for (uint32_t column = 0; column < model_.ColumnsPerFace(); ++column) {
       Column col;
@@ -92,7 +95,7 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
       col.angleDeg = model_.ColumnAngleDeg(column);
       col.cosAz = std::cos(col.angleDeg * kDegToRad);
       col.sinAz = std::sin(col.angleDeg * kDegToRad);
-      col.time = sweepStart + column * model_.ColumnPeriodSec();
+      col.time = model_.ColumnTimeSec(index, slot, column);
       col.timestampNs = ToNanoseconds(col.time);
       col.base = base;
       BuildColumn(scene, col, frame);
@@ -137,10 +140,8 @@ FrameBuilder::Return FrameBuilder::SurfaceReturn(const SurfaceHit& hit) {
     ret.intensity = kMaxIntensity;
     return ret;
   }
-  const double r = std::max(hit.range, 0.5);
-  const double energy = hit.reflectivity * kPulseEnergyScale / (r * r);
-  ret.pulse = Clamp(kPulseFloor + kPulseGain * std::log1p(energy) + 0.5 * surfaceRng_.Normal(),
-                    kMinPulse, kMaxDiffusePulse);
+  ret.pulse = Clamp(DiffusePulseWidth(hit.reflectivity, hit.range) + 0.5 * surfaceRng_.Normal(),
+                    kMinDiffusePulse, kMaxDiffusePulse);
   ret.intensity = Clamp(hit.reflectivity * kMaxIntensity * (1.0 + 0.05 * surfaceRng_.Normal()), 1.0,
                         kMaxIntensity);
   return ret;

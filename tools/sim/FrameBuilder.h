@@ -17,6 +17,12 @@
 namespace velmar {
 namespace sim {
 
+// Pulse width of a diffuse surface of `reflectivity` (0..1) at `range` metres: it grows with
+// the log of the received energy. Measured returns add noise and stay within the limits below.
+double DiffusePulseWidth(double reflectivity, double range);
+constexpr double kMinDiffusePulse = 1.5;
+constexpr double kMaxDiffusePulse = 38.0;
+
 class FrameBuilder {
  public:
   FrameBuilder(const SensorModel& model, const NoiseSettings& noise, uint64_t seed);
