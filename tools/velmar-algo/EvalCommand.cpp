@@ -12,6 +12,7 @@
 #include "FrameFeeder.h"
 #include "Pipeline.h"
 #include "StageMeter.h"
+#include "sim/Import.h"
 
 namespace velmar {
 namespace tools {
@@ -57,6 +58,10 @@ EvalReport Evaluate(const EvalOptions& options) {
   report.recording = options.input;
   report.packetPoints = options.packet;
   std::vector<OutcomeTally> stageTotals(meter.StageCount());
+  const auto& attributes = reader->Info().attributes;
+  const auto truthObject = attributes.find(sim::kTruthObjectAttribute);
+  const bool datasetClasses =
+      truthObject != attributes.end() && truthObject->second == sim::kTruthObjectIsDatasetClass;
   FeedRecording(
       *reader, [&meter](std::vector<_ori_point>& unit) { meter.Process(unit); }, options.packet,
       std::numeric_limits<uint32_t>::max(),
@@ -66,6 +71,11 @@ EvalReport Evaluate(const EvalOptions& options) {
         std::vector<int64_t> representative = Representatives(
             frame.input.size(), frame.output, [&frame](std::size_t j) { return frame.origin[j]; });
         TallyOutcomes(frame.input, frame.output, representative, report.pipeline);
+        if (datasetClasses) {
+          TallyByObject(frame.input, frame.output, representative, report.datasetClasses);
+        } else {
+          ScoreClusters(frame.input, frame.output, representative, report.clusters);
+        }
       },
       "eval");
   for (std::size_t s = 0; s < meter.StageCount(); ++s) {

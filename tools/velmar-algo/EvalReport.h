@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ClusterScore.h"
 #include "Outcome.h"
 
 namespace velmar {
@@ -27,6 +28,9 @@ struct EvalReport {
   uint32_t packetPoints = 0;        // 0 when fed whole frames
   std::vector<StageReport> stages;  // in pipeline order
   OutcomeTally pipeline;            // recording in, host's frames out
+  // Imported recordings: the pipeline's outcome per class of the dataset the frames came from.
+  std::map<uint32_t, ClassCounts> datasetClasses;
+  ClusterScore clusters;  // when an algorithm wrote cluster numbers
 };
 
 struct EvalOptions {

@@ -82,11 +82,14 @@ std::vector<int64_t> Representatives(std::size_t inputCount, const std::vector<_
   return representative;
 }
 
+namespace {
+
 // An output point that is not the representative of its input point is an extra copy; a point
 // with no origin at all was made by an algorithm from state of earlier frames. Both count as
-// added, under the truth class they carry.
-void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
-                   const std::vector<int64_t>& representative, OutcomeTally& tally) {
+// added, under the counts `countsOf` gives for the point.
+template <typename CountsOf>
+void Tally(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
+           const std::vector<int64_t>& representative, CountsOf countsOf) {
   std::vector<bool> isRepresentative(output.size(), false);
   for (std::size_t i = 0; i < input.size(); ++i) {
     int64_t chosen = representative[i];
@@ -96,7 +99,7 @@ void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_
     if (!IsReturn(input[i])) {
       continue;
     }
-    ClassCounts& counts = tally[sim::TruthKindOf(input[i])];
+    ClassCounts& counts = countsOf(input[i]);
     ++counts.returns;
     if (chosen == kNoOrigin) {
       ++counts.lost;
@@ -112,9 +115,24 @@ void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_
   }
   for (std::size_t j = 0; j < output.size(); ++j) {
     if (!isRepresentative[j] && IsReturn(output[j])) {
-      ++tally[sim::TruthKindOf(output[j])].added;
+      ++countsOf(output[j]).added;
     }
   }
+}
+
+}  // namespace
+
+void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
+                   const std::vector<int64_t>& representative, OutcomeTally& tally) {
+  Tally(input, output, representative,
+        [&tally](const _ori_point& p) -> ClassCounts& { return tally[sim::TruthKindOf(p)]; });
+}
+
+void TallyByObject(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
+                   const std::vector<int64_t>& representative,
+                   std::map<uint32_t, ClassCounts>& tally) {
+  Tally(input, output, representative,
+        [&tally](const _ori_point& p) -> ClassCounts& { return tally[sim::TruthObjectOf(p)]; });
 }
 
 }  // namespace tools
