@@ -29,6 +29,10 @@ constexpr double kGhostOffset67Low = 66.0;
 constexpr double kGhostOffset67High = 68.0;
 constexpr double kDragEdgeGap = 1.0;   // depth step (metres) that leaves a smear
 constexpr double kDragMaxDepth = 1.8;  // how far behind the near edge smear points lie
+constexpr double kSpikeLow = 1.5;      // metres a spike jumps, at least
+constexpr double kSpikeHigh = 25.0;    // and at most
+constexpr double kSpikeNearest = 0.5;  // no spike lands nearer than this
+constexpr double kMixedMinGap = 1.0;   // depth step (metres) between two surfaces that mixes
 
 double Clamp(double value, double low, double high) {
   return std::min(high, std::max(low, value));
@@ -124,6 +128,7 @@ void FrameBuilder::BuildColumn(Scene& scene, const Column& col, std::vector<_ori
   std::fill(edgeNow_.begin(), edgeNow_.end(), 0);
   if (col.column > 0) {
     AddDrag(col, frame);
+    AddMixed(col, frame);
   }
   previousColumn_ = col;
 }
@@ -156,6 +161,9 @@ void FrameBuilder::AddBeamNoise(const Column& col, uint32_t channelIndex, Return
   // Drops and fog are only seen in front of the target; the detector-side kinds replace the
   // return whatever lies behind them.
   auto inFront = [&ret](double range) { return ret.range <= 0.0 || range < ret.range; };
+  if (IsSurfaceTruth(TruthKindOf(ret.truth)) && Happens(NoiseKind::kSpike)) {
+    AddSpike(ret);
+  }
   if (Happens(NoiseKind::kFog)) {
     Rng& rng = NoiseRng(NoiseKind::kFog);
     const double range = rng.Uniform(0.3, 6.0);
@@ -198,6 +206,22 @@ void FrameBuilder::AddBeamNoise(const Column& col, uint32_t channelIndex, Return
     Rng& rng = NoiseRng(NoiseKind::kCloseRange);
     ret = {rng.Uniform(0.3, 5.0), rng.Uniform(1.0, 5.5), rng.Uniform(1.0, 10.0),
            EncodeTruth(TruthKind::kCloseRange, false)};
+  }
+}
+
+// The surface return's range jumps along the beam, nearer or farther, staying within the
+// sensor's range; pulse and intensity stay those of the surface.
+void FrameBuilder::AddSpike(Return& ret) {
+  Rng& rng = NoiseRng(NoiseKind::kSpike);
+  const double jump = rng.Uniform(kSpikeLow, kSpikeHigh);
+  const bool nearer = rng.Chance(0.5);
+  double range = nearer ? ret.range - jump : ret.range + jump;
+  if (range < kSpikeNearest || range > model_.maxRange) {
+    range = nearer ? ret.range + jump : ret.range - jump;
+  }
+  if (range >= kSpikeNearest && range <= model_.maxRange) {
+    ret.range = range;
+    ret.truth = EncodeTruth(TruthKind::kSpike);
   }
 }
 
@@ -355,6 +379,36 @@ void FrameBuilder::AddDrag(const Column& col, std::vector<_ori_point>& frame) {
     if (!farIsNow) {
       edgeNow_[ch] = 1;
     }
+  }
+}
+
+// Where the depth steps by more than a metre between two surfaces in neighbouring columns, the
+// beam on the far side partly catches both and reports a range between them, with a pulse and
+// an intensity between theirs.
+void FrameBuilder::AddMixed(const Column& col, std::vector<_ori_point>& frame) {
+  if (Rate(NoiseKind::kMixed) <= 0.0) {
+    return;
+  }
+  const std::size_t previousBase = col.base - model_.channels;
+  for (uint32_t ch = 0; ch < model_.channels; ++ch) {
+    const SurfaceHit& before = previous_[ch];
+    const SurfaceHit& now = beams_[ch];
+    if (before.range <= 0.0 || now.range <= 0.0 || before.object == now.object ||
+        std::fabs(now.range - before.range) <= kMixedMinGap) {
+      continue;
+    }
+    const bool farIsNow = now.range > before.range;
+    _ori_point& target = frame[(farIsNow ? col.base : previousBase) + ch];
+    const _ori_point& edge = frame[(farIsNow ? previousBase : col.base) + ch];
+    if (!IsSurfaceTruth(TruthKindOf(edge)) || !IsSurfaceTruth(TruthKindOf(target)) ||
+        !Happens(NoiseKind::kMixed)) {
+      continue;
+    }
+    const double share = NoiseRng(NoiseKind::kMixed).Uniform(0.1, 0.9);
+    const Return ret{edge.distance + share * (target.distance - edge.distance),
+                     0.5 * (edge.pulse_width + target.pulse_width),
+                     0.5 * (edge.intensity + target.intensity), EncodeTruth(TruthKind::kMixed)};
+    WritePoint(farIsNow ? col : previousColumn_, ch, ret, target);
   }
 }
 

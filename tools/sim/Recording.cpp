@@ -58,6 +58,10 @@ void WriteIndex(const std::string& folder, const RecordingInfo& info) {
   w.Double(info.scene.egoSpeed);
   w.Key("ground_slope");
   w.Double(info.scene.groundSlope);
+  if (info.scene.furniture) {
+    w.Key("furniture");
+    w.Bool(true);
+  }
   w.EndObject();
   w.Key("noise");
   w.StartObject();
@@ -183,9 +187,14 @@ RecordingInfo ParseIndex(const std::string& path) {
   info.scene.name = scene.String("name");
   info.scene.egoSpeed = scene.Number("ego_speed");
   info.scene.groundSlope = scene.Number("ground_slope");
+  const auto furniture = scene.Value().FindMember("furniture");
+  info.scene.furniture = furniture != scene.Value().MemberEnd() && furniture->value.IsTrue();
   const IndexReader noise = root.Object("noise");
+  // Kinds added after a recording was made are absent from its index: they were off.
   for (const NoiseKindInfo& kind : NoiseKinds()) {
-    info.noise[kind.kind] = noise.Number(kind.name);
+    if (noise.Value().HasMember(kind.name)) {
+      info.noise[kind.kind] = noise.Number(kind.name);
+    }
   }
   for (const auto& member : root.Object("attributes").Value().GetObject()) {
     if (!member.value.IsString()) {

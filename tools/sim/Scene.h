@@ -1,6 +1,7 @@
 // The simulated world: a road (flat or sloped, with curbs), buildings, parked and moving cars,
-// pedestrians and reflective signs, laid out from a seed, seen from a sensor that may drive
-// forward. Objects are axis-aligned boxes; the sensor's forward axis is y.
+// pedestrians and reflective signs, optionally street-light poles, sign posts and overhead wires,
+// laid out from a seed, seen from a sensor that may drive forward. Objects are axis-aligned boxes;
+// the sensor's forward axis is y.
 #ifndef VELMAR_TOOLS_SIM_SCENE_H
 #define VELMAR_TOOLS_SIM_SCENE_H
 
@@ -22,6 +23,7 @@ struct SceneBox {
   double reflectivity;  // 0..1 for diffuse surfaces
   bool retro;           // retro-reflective: saturates the receiver
   bool moving;
+  int whole = -1;  // for a part of a larger object (a sign post's plate): that object's box
 };
 
 // The first surface a beam meets. range 0 means nothing within the sensor's range.
@@ -59,6 +61,7 @@ class Scene {
 
   void LayOutCity(uint64_t seed, double yStart, double yEnd);
   void LayOutHighway(uint64_t seed, double yStart, double yEnd);
+  void LayOutStreetFurniture(uint64_t seed, double yStart, double yEnd);
   double SensorY(double t) const { return settings_.egoSpeed * t; }
   PlacedBox Place(const SceneBox& box, double t) const;
   // Horizontal angles (degrees, low <= high, margin included) that the box covers during

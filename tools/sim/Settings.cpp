@@ -24,6 +24,13 @@ const std::array<NoiseKindInfo, kNoiseKindCount>& NoiseKinds() {
       {NoiseKind::kFixedEcho, "fixed-echo",
        "the 62-70 m false echo band of the 128-channel model, per beam in its windows",
        TruthKind::kFixedEcho},
+      {NoiseKind::kSpike, "spike",
+       "a surface return whose range jumps 1.5-25 m nearer or farther, per surface return",
+       TruthKind::kSpike},
+      {NoiseKind::kMixed, "mixed",
+       "a return floating between a near edge and the surface behind it, per beam next to a "
+       "depth step between two surfaces",
+       TruthKind::kMixed},
   }};
   return kinds;
 }

@@ -23,8 +23,10 @@ enum class NoiseKind : uint32_t {
   kGhost,
   kCloseRange,
   kFixedEcho,
+  kSpike,
+  kMixed,
 };
-constexpr std::size_t kNoiseKindCount = 8;
+constexpr std::size_t kNoiseKindCount = 10;
 
 struct NoiseKindInfo {
   NoiseKind kind;
@@ -51,6 +53,7 @@ struct SceneSettings {
   std::string name = "city";
   double egoSpeed = 0.0;     // m/s along the forward axis
   double groundSlope = 0.0;  // rise of the road per metre forward
+  bool furniture = false;    // city: street-light poles, sign posts and overhead wires
 };
 
 struct SimulationSettings {
