@@ -29,7 +29,7 @@ class DiscretePoint : public Algorithm {
   double min_radius = 0.1;         // metres, the least support radius
   int32_t min_support = 1;         // supporting neighbours a return needs
   double weak_intensity = 0.5;     // at or below: no measurable reflectance
-  double weak_echo = 0.0;          // echo strength below this is weak too (0: off)
+  double weak_echo = 8.0;          // echo strength below this is weak too (0: off)
   double column_step = 0.0;        // degrees; 0 learns the sensor's step from the frames
   int32_t debug_using_echo = -1;   // >= 0: removed returns get this label
 

@@ -21,15 +21,27 @@ class DisturbPointFilter : public Algorithm {
   void ParseParams() override;
   void ClearCache() override;
 
-  double support_factor = 3.0;  // support radius, in beam separations at the range
-  double min_radius = 0.05;     // metres, the least support radius
-  int32_t min_agreeing = 3;     // supported neighbours that make an unsupported return stand out
-  double column_step = 0.0;     // degrees; 0 learns the sensor's step from the frames
+  double support_factor = 3.0;   // support radius, in beam separations at the range
+  double min_radius = 0.05;      // metres, the least support radius
+  int32_t min_agreeing = 3;      // supported neighbours that make an unsupported return stand out
+  double step_factor = 1.5;      // a depth step, in beam separations at the range
+  double hold_factor = 1.0;      // a return held by the surface across a step, same unit
+  double range_tolerance = 0.1;  // metres of range noise below which two returns agree
+  double sweep_gap = 0.005;      // seconds: returns further apart in time are other sweeps
+  double column_step = 0.0;      // degrees; 0 learns the sensor's step from the frames
   int32_t debug_using_echo = -1;
 
  private:
   bool Supported(const ImageReturn& r, int32_t self) const;
-  int32_t AgreeingNeighbours(const ImageReturn& r, int32_t self) const;
+  bool Surrounded(const ImageReturn& r, int32_t self) const;
+  bool SameSweep(const ImageReturn& a, const ImageReturn& b) const;
+  const ImageReturn* NearestInRange(const ImageReturn& r, int rows, int columns, float range,
+                                    float& separation) const;
+  bool Between(const ImageReturn& r, int rows, int columns) const;
+  float HoldDistance(const ImageReturn& r, float separation) const;
+  bool InLine(const ImageReturn& r, int rows, int columns) const;
+  bool Held(const ImageReturn& r, int32_t self, int rows, int columns) const;
+  bool Mixed(const ImageReturn& r, int32_t self) const;
   void Judge(std::vector<_ori_point>& frame, std::size_t first);
 
   RangeImage image_{0.0};

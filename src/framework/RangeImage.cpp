@@ -45,7 +45,9 @@ void RangeImage::Learn(const _ori_point& p) {
   float& last = lastAngle_[p.channel];
   const double step = std::fabs(p.hor_angle - static_cast<double>(last));
   if (step > kSmallestStepDeg && step < kMaxColumnStepDeg) {
-    ++stepVotes_[static_cast<std::size_t>(step / kStepBinDeg)];
+    const std::size_t bin = static_cast<std::size_t>(step / kStepBinDeg);
+    ++stepVotes_[bin];
+    stepSums_[bin] += step;
     ++stepSamples_;
   }
   last = static_cast<float>(p.hor_angle);
@@ -66,11 +68,13 @@ void RangeImage::LearnedEnough() {
   }
   if (fixedStepDeg_ <= 0.0 && stepSamples_ >= kStepQuorum) {
     const auto mode = std::max_element(stepVotes_.begin(), stepVotes_.end());
-    stepDeg_ = (static_cast<double>(mode - stepVotes_.begin()) + 0.5) * kStepBinDeg;
+    const std::size_t bin = static_cast<std::size_t>(mode - stepVotes_.begin());
+    stepDeg_ = stepSums_[bin] / *mode;
   }
   stats_.fill(ChannelStats{});
   lastAngle_.fill(kUnseen);
   stepVotes_.fill(0);
+  stepSums_.fill(0.0);
   stepSamples_ = 0;
   if (orderStale_) {
     RebuildOrder();
@@ -110,8 +114,10 @@ void RangeImage::RebuildOrder() {
 
 bool RangeImage::Shape(uint32_t channels) {
   const uint32_t rows = std::max(rowCapacity_, channels);
-  // Whole columns over the turn, so that the column of an angle is a plain product.
-  uint32_t columns = static_cast<uint32_t>(std::ceil(kFullTurnDeg / stepDeg_));
+  // Whole columns over the turn, so that the column of an angle is a plain product; rounded down,
+  // so that no column of the grid falls between two of the sensor's and breaks a surface apart
+  // (two of the sensor's columns sharing one of the grid's now and then does no harm).
+  uint32_t columns = std::max(1u, static_cast<uint32_t>(std::floor(kFullTurnDeg / stepDeg_)));
   if (rows > 0 && static_cast<std::size_t>(columns) * rows > kMaxCells) {
     columns = static_cast<uint32_t>(kMaxCells / rows);
   }
@@ -154,6 +160,7 @@ void RangeImage::Add(const std::vector<_ori_point>& points, std::size_t begin, s
   }
   const std::size_t first = returns_.size();
   uint32_t channels = 0;
+  constexpr double kSecondsPerTick = 1e-9;
   for (std::size_t i = begin; i < end; ++i) {
     const _ori_point& p = points[i];
     if (!Usable(p)) {
@@ -167,6 +174,12 @@ void RangeImage::Add(const std::vector<_ori_point>& points, std::size_t begin, s
     r.intensity = static_cast<float>(p.intensity);
     r.echo = static_cast<float>(EchoStrength(p));
     r.angle = static_cast<float>(p.hor_angle);
+    if (returns_.empty()) {
+      firstTimestamp_ = p.timestamp;
+    }
+    // Signed: a host may stamp points in any order, or not at all.
+    r.time = static_cast<float>(
+        static_cast<double>(static_cast<int64_t>(p.timestamp - firstTimestamp_)) * kSecondsPerTick);
     r.index = static_cast<uint32_t>(i);
     r.next = -1;
     r.cell = 0;

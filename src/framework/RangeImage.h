@@ -32,6 +32,7 @@ struct ImageReturn {
   float intensity;
   float echo;      // echo strength, pulse width x 0.15 x range
   float angle;     // horizontal angle, degrees
+  float time;      // seconds after the first return of the frame (from `timestamp`, in ns)
   uint32_t index;  // position in the points of the call that brought it
   int32_t next;    // next return of the same cell, or -1
   uint32_t cell;
@@ -132,6 +133,7 @@ class RangeImage {
   double stepRad_ = 0.0;
   uint32_t columns_ = 0;
   uint32_t rowCapacity_ = 0;  // channels per column in the grid
+  uint64_t firstTimestamp_ = 0;
   std::vector<int32_t> heads_;
   std::vector<ImageReturn> returns_;
 
@@ -146,6 +148,7 @@ class RangeImage {
   std::array<ChannelStats, kChannelLimit> stats_{};
   std::array<float, kChannelLimit> lastAngle_{};
   std::array<uint32_t, kStepBins> stepVotes_{};
+  std::array<double, kStepBins> stepSums_{};
   uint32_t stepSamples_ = 0;
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "framework/AlgoCommon.h"
 
@@ -14,8 +15,12 @@ constexpr double kMaxGap = 10.0;
 constexpr double kMaxDepth = 100.0;
 constexpr int32_t kMaxMinPoints = 100000;
 constexpr int32_t kMaxHeldPoints = 4000000;
+constexpr double kMaxSweepGap = 10.0;
+constexpr double kMaxRange = 1000.0;
 // Range noise of a return: ground steps within it count as flat whatever their length.
-constexpr float kGroundHeightTolerance = 0.05f;
+constexpr float kGroundHeightTolerance = 0.005f;
+// Ground resumes past a step up to this height (a curb), metres.
+constexpr float kCurbHeight = 0.3f;
 // Separation passed for returns of the same direction (another echo or mirror face).
 constexpr float kSameDirection = -1.0f;
 
@@ -33,8 +38,10 @@ void TwopassPoint::ParseParams() {
   ReadInRange(kClassName, "join_angle", join_angle, 0.0, kMaxAngle);
   ReadInRange(kClassName, "same_direction_gap", same_direction_gap, 0.0, kMaxGap);
   ReadInRange(kClassName, "min_points", min_points, 1, kMaxMinPoints);
+  ReadInRange(kClassName, "noise_range", noise_range, 0.0, kMaxRange);
   ReadInRange(kClassName, "ground_angle", ground_angle, 0.0, kMaxAngle);
   ReadInRange(kClassName, "ground_seed_depth", ground_seed_depth, 0.0, kMaxDepth);
+  ReadInRange(kClassName, "sweep_gap", sweep_gap, 0.0, kMaxSweepGap);
   ReadInRange(kClassName, "write_cluster", write_cluster, 0, 1);
   ReadInRange(kClassName, "max_frame_points", max_frame_points, 1, kMaxHeldPoints);
   ReadInRange(kClassName, "column_step", column_step, 0.0, RangeImage::kMaxColumnStepDeg);
@@ -63,30 +70,51 @@ bool TwopassPoint::Joins(const ImageReturn& a, const ImageReturn& b, float separ
   return along <= 0.0f || across > static_cast<float>(tan_join_) * along;
 }
 
+// Each column from the bottom up, cell by cell: the first return well below the sensor starts
+// the ground. A return continues it when the step from a return of the same sweep in the cell
+// below is flat, and that return is ground, or the ground level reached so far lies within a
+// curb's height (so the pavement past a curb face is ground again, while a wall or a car roof
+// never is).
 void TwopassPoint::MarkGround() {
   const std::vector<ImageReturn>& returns = image_.Returns();
   const std::vector<uint16_t>& order = image_.ChannelsTopDown();
   const float seed = static_cast<float>(-ground_seed_depth);
   const float slope = static_cast<float>(tan_ground_);
+  const float sweep = static_cast<float>(sweep_gap);
   for (uint32_t c = 0; c < image_.Columns(); ++c) {
-    int32_t ground = -1;
+    bool started = false;
+    float level = 0.0f;
+    int32_t below = -1;
     for (std::size_t r = order.size(); r-- > 0;) {
-      for (int32_t n = image_.CellHead(order[r], static_cast<uint16_t>(c)); n >= 0;
-           n = returns[static_cast<std::size_t>(n)].next) {
+      const int32_t head = image_.CellHead(order[r], static_cast<uint16_t>(c));
+      if (head < 0) {
+        continue;
+      }
+      float reached = level;
+      const bool seeding = !started;
+      for (int32_t n = head; n >= 0; n = returns[static_cast<std::size_t>(n)].next) {
         const ImageReturn& e = returns[static_cast<std::size_t>(n)];
-        bool flat = false;
-        if (ground < 0) {
-          flat = e.z < seed;
-        } else {
-          const ImageReturn& g = returns[static_cast<std::size_t>(ground)];
-          const float run = std::sqrt(Squared(e.x - g.x) + Squared(e.y - g.y));
-          flat = std::fabs(e.z - g.z) <= slope * run + kGroundHeightTolerance;
+        bool onGround = seeding && e.z < seed;
+        for (int32_t m = below; m >= 0 && !onGround;
+             m = returns[static_cast<std::size_t>(m)].next) {
+          const ImageReturn& b = returns[static_cast<std::size_t>(m)];
+          const float run = std::sqrt(Squared(e.x - b.x) + Squared(e.y - b.y));
+          const bool flat = std::fabs(e.z - b.z) <= slope * run + kGroundHeightTolerance &&
+                            std::fabs(e.time - b.time) <= sweep;
+          const bool fromGround = label_[static_cast<std::size_t>(m)] == kGround;
+          onGround = flat && (fromGround || std::fabs(e.z - level) <= kCurbHeight);
+          if (onGround && fromGround) {
+            reached = e.z;
+          }
         }
-        if (flat) {
+        if (onGround) {
           label_[static_cast<std::size_t>(n)] = kGround;
-          ground = n;
+          reached = started ? reached : e.z;
+          started = true;
         }
       }
+      level = reached;
+      below = head;
     }
   }
 }
@@ -193,18 +221,24 @@ void TwopassPoint::Resolve(std::vector<_ori_point>& points) {
   const std::vector<ImageReturn>& returns = image_.Returns();
   size_.assign(parent_.size(), 0);
   number_.assign(parent_.size(), 0);
-  for (int32_t& label : label_) {
+  nearest_.assign(parent_.size(), std::numeric_limits<float>::infinity());
+  for (std::size_t i = 0; i < label_.size(); ++i) {
+    int32_t& label = label_[i];
     if (label >= 0) {
       label = Find(label);
       ++size_[static_cast<std::size_t>(label)];
+      float& nearest = nearest_[static_cast<std::size_t>(label)];
+      nearest = std::min(nearest, returns[i].range);
     }
   }
+  const float noiseRange = static_cast<float>(noise_range);
   uint32_t next = 1;
   for (std::size_t i = 0; i < returns.size(); ++i) {
     _ori_point& p = points[returns[i].index];
     const int32_t label = label_[i];
     uint32_t cluster = 0;
-    if (label >= 0 && size_[static_cast<std::size_t>(label)] < static_cast<uint32_t>(min_points)) {
+    if (label >= 0 && size_[static_cast<std::size_t>(label)] < static_cast<uint32_t>(min_points) &&
+        nearest_[static_cast<std::size_t>(label)] <= noiseRange) {
       p.distance = 0.0;
     } else if (label >= 0) {
       uint32_t& number = number_[static_cast<std::size_t>(label)];

@@ -21,11 +21,13 @@ class TwopassPoint : public Algorithm {
   void ParseParams() override;
   void ClearCache() override;
 
-  double join_angle = 5.0;            // degrees between a beam and the step to its neighbour
+  double join_angle = 10.0;           // degrees between a beam and the step to its neighbour
   double same_direction_gap = 1.0;    // metres between returns of one direction that join
   int32_t min_points = 3;             // smaller clusters are noise
+  double noise_range = 30.0;          // metres; clusters wholly beyond are kept whatever their size
   double ground_angle = 10.0;         // degrees; steps flatter than this continue the ground
   double ground_seed_depth = 1.0;     // metres below the sensor where a column's ground may start
+  double sweep_gap = 0.005;           // seconds: returns further apart belong to other sweeps
   int32_t write_cluster = 0;          // 1: the cluster number goes into aux_value
   int32_t max_frame_points = 600000;  // capacity for a frame held back from packets
   double column_step = 0.0;           // degrees; 0 learns the sensor's step from the frames
@@ -52,6 +54,7 @@ class TwopassPoint : public Algorithm {
   std::vector<int32_t> label_;    // per return: provisional label, kGround or kUnlabelled
   std::vector<int32_t> parent_;   // equivalence table of provisional labels
   std::vector<uint32_t> size_;    // returns per resolved label
+  std::vector<float> nearest_;    // range of the nearest return per resolved label
   std::vector<uint32_t> number_;  // cluster number per resolved label, 0 before numbering
   std::vector<_ori_point> held_;  // returns of a frame arriving in packets
 };

@@ -1,6 +1,7 @@
 #include "ClusterScore.h"
 
 #include <algorithm>
+#include <cmath>
 #include <unordered_map>
 
 #include "FrameFeeder.h"
@@ -15,6 +16,7 @@ struct ObjectTally {
   uint64_t returns = 0;
   uint64_t removed = 0;
   double farthest = 0.0;
+  double minX = 0.0, maxX = 0.0, minY = 0.0, maxY = 0.0;
   std::unordered_map<uint32_t, uint64_t> byCluster;  // kept returns per cluster number
 };
 
@@ -49,8 +51,16 @@ void ScoreClusters(const std::vector<_ori_point>& input, const std::vector<_ori_
       continue;
     }
     ObjectTally& tally = objects[object];
-    ++tally.returns;
-    tally.farthest = std::max(tally.farthest, input[i].distance);
+    const _ori_point& p = input[i];
+    if (tally.returns++ == 0) {
+      tally.minX = tally.maxX = p.x;
+      tally.minY = tally.maxY = p.y;
+    }
+    tally.farthest = std::max(tally.farthest, p.distance);
+    tally.minX = std::min(tally.minX, p.x);
+    tally.maxX = std::max(tally.maxX, p.x);
+    tally.minY = std::min(tally.minY, p.y);
+    tally.maxY = std::max(tally.maxY, p.y);
     if (!kept) {
       ++tally.removed;
     } else if (after->aux_value != 0) {
@@ -62,7 +72,8 @@ void ScoreClusters(const std::vector<_ori_point>& input, const std::vector<_ori_
     ++score.objectsSeen;
     score.objectsDamaged += tally.removed > 0 ? 1 : 0;
     score.objectsRemoved += tally.removed == tally.returns ? 1 : 0;
-    if (tally.farthest > kClusterScoreRange) {
+    const double extent = std::hypot(tally.maxX - tally.minX, tally.maxY - tally.minY);
+    if (tally.farthest > kClusterScoreRange || extent > kClusterScoreExtent) {
       continue;
     }
     ++score.objects;

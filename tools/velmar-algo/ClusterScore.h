@@ -13,8 +13,11 @@
 namespace velmar {
 namespace tools {
 
-// Objects count when every return of theirs in the frame lies within this range (metres).
+// Objects count when every return of theirs in the frame lies within this range (metres) and
+// they are no larger than a car across (metres, over their returns): cars, pedestrians, signs,
+// posts and poles; buildings and wires, which stretch along the street, are left out.
 constexpr double kClusterScoreRange = 40.0;
+constexpr double kClusterScoreExtent = 8.0;
 constexpr double kClusterMatchIou = 0.9;
 
 struct ClusterScore {

@@ -150,17 +150,19 @@ void PrintClusters(const ClusterScore& score, std::ostream& out) {
     return;
   }
   char text[512];
-  std::snprintf(text, sizeof(text),
-                "\nclusters (aux_value) against the scene's objects, %u frames\n"
-                "  objects within %.0f m found as one cluster (IoU >= %.1f): %llu of %llu, %.2f%%\n"
-                "  objects that lost returns: %llu of %llu (all of them: %llu); clusters: %llu\n",
-                score.frames, kClusterScoreRange, kClusterMatchIou,
-                static_cast<unsigned long long>(score.matched),
-                static_cast<unsigned long long>(score.objects), score.MatchedShare() * kPercent,
-                static_cast<unsigned long long>(score.objectsDamaged),
-                static_cast<unsigned long long>(score.objectsSeen),
-                static_cast<unsigned long long>(score.objectsRemoved),
-                static_cast<unsigned long long>(score.clusters));
+  std::snprintf(
+      text, sizeof(text),
+      "\nclusters (aux_value) against the scene's objects, %u frames\n"
+      "  objects within %.0f m, up to %.0f m across, found as one cluster (IoU >= %.1f): %llu of "
+      "%llu, %.2f%%\n"
+      "  objects that lost returns: %llu of %llu (all of them: %llu); clusters: %llu\n",
+      score.frames, kClusterScoreRange, kClusterScoreExtent, kClusterMatchIou,
+      static_cast<unsigned long long>(score.matched),
+      static_cast<unsigned long long>(score.objects), score.MatchedShare() * kPercent,
+      static_cast<unsigned long long>(score.objectsDamaged),
+      static_cast<unsigned long long>(score.objectsSeen),
+      static_cast<unsigned long long>(score.objectsRemoved),
+      static_cast<unsigned long long>(score.clusters));
   out << text;
 }
 
