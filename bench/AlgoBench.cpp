@@ -15,7 +15,7 @@ namespace {
 enum class Feed { kFrame, kDrivePacket, kPacket128 };
 
 // The targets each algorithm is measured against, as a ratio to one copy of the frame.
-enum class Kind { kSinglePass, kGridHistory, kFrameHistory };
+enum class Kind { kSinglePass, kGridHistory, kFrameHistory, kClustering };
 
 struct AlgoCase {
   int id;
@@ -35,6 +35,8 @@ const char* KindName(Kind kind) {
       return "grid-history";
     case Kind::kFrameHistory:
       return "frame-history";
+    case Kind::kClustering:
+      return "clustering";
   }
   return "";
 }
@@ -56,6 +58,8 @@ std::vector<AlgoCase> Cases() {
        "{\"speed\": 36}"},
       {7, "OutlierPoint", LIDAR_QUILL_A2, column, Feed::kPacket128, Kind::kSinglePass,
        "{\"thresholdMultiple\": 4, \"minThreshold\": 0.1}"},
+      {9, "DisturbPointFilter", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass,
+       "{}"},
       {10, "JointabcProcess", LIDAR_ZEPHEL_B1, column, Feed::kFrame, Kind::kSinglePass,
        "{\"jointabc_node1\": 1, \"jointabc_node2\": 10, \"jointabc_one_face\": 0, "
        "\"jointabc_two_face\": 3}"},
@@ -66,8 +70,11 @@ std::vector<AlgoCase> Cases() {
       {16, "DeletePoint", LIDAR_ZEPHEL_B1, column, Feed::kFrame, Kind::kSinglePass, "{}"},
       {18, "SmallBlind", LIDAR_MARLO256_SMALL_BLIND, "Marlo128", Feed::kFrame, Kind::kSinglePass,
        "{\"separate_mirror_ABC_dist\": 3}"},
+      {19, "DiscretePoint", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass, "{}"},
       {20, "CloseRangeNoiseFilter", columnType, column, Feed::kPacket128, Kind::kSinglePass, "{}"},
       {21, "MotionPoint", columnType, column, Feed::kFrame, Kind::kGridHistory, "{}"},
+      {22, "TwopassPoint", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kClustering,
+       "{\"write_cluster\": 1}"},
       {23, "CloseRangeNoise128", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass, "{}"},
       {24, "HighRef128", LIDAR_MARLO128, "Marlo128", Feed::kDrivePacket, Kind::kSinglePass, "{}"},
       {25, "FixedNoise128", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass, "{}"},

@@ -95,25 +95,29 @@ bool DiscretePoint::Keep(const ImageReturn& r, int32_t self) const {
   const bool weak = IsWeak(r);
   int32_t support = 0;
   unsigned sides = 0;
+  const float minSq = Squared(static_cast<float>(min_radius));
+  const float supportSq = Squared(static_cast<float>(support_factor) * r.range);
+  const float continuitySq = Squared(static_cast<float>(continuity_factor) * r.range);
   for (const Offset& o : offsets_) {
-    float separation = 0.0f;
-    int32_t n = image_.Neighbour(r.channel, r.column, o.rows, o.columns, separation);
-    if (n < 0) {
+    float separationSq = 0.0f;
+    const ImageCell* cell =
+        image_.NeighbourCell(r.channel, r.column, o.rows, o.columns, separationSq);
+    if (cell == nullptr || cell->head < 0) {
       continue;
     }
-    const float spacing = r.range * separation;
-    const float supportRadius =
-        std::max(static_cast<float>(min_radius), static_cast<float>(support_factor) * spacing);
-    const float continuityRadius =
-        std::max(static_cast<float>(min_radius), static_cast<float>(continuity_factor) * spacing);
+    const float supportRadiusSq = std::max(minSq, supportSq * separationSq);
+    if (!InReach(*cell, r.range, supportRadiusSq)) {
+      continue;  // no return of the cell can be near enough
+    }
+    const float continuityRadiusSq = std::max(minSq, continuitySq * separationSq);
     const unsigned side = SideOf(o.rows, o.columns);
-    for (; n >= 0; n = returns[static_cast<std::size_t>(n)].next) {
+    for (int32_t n = cell->head; n >= 0; n = returns[static_cast<std::size_t>(n)].next) {
       if (n == self) {
         continue;
       }
       const ImageReturn& other = returns[static_cast<std::size_t>(n)];
       const float d2 = DistanceSquared(r, other);
-      if (d2 >= Squared(supportRadius)) {
+      if (d2 >= supportRadiusSq) {
         continue;
       }
       if (!weak) {
@@ -125,7 +129,7 @@ bool DiscretePoint::Keep(const ImageReturn& r, int32_t self) const {
       if (!IsWeak(other)) {
         return true;
       }
-      if (d2 < Squared(continuityRadius)) {
+      if (d2 < continuityRadiusSq) {
         sides |= side;
         if (OppositeSides(sides)) {
           return true;

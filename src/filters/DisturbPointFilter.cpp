@@ -52,15 +52,22 @@ void DisturbPointFilter::ClearCache() {
 // Supported: a neighbour within a few beam separations at r's range.
 bool DisturbPointFilter::Supported(const ImageReturn& r, int32_t self) const {
   const std::vector<ImageReturn>& returns = image_.Returns();
+  const float minSq = Squared(static_cast<float>(min_radius));
+  const float scaleSq = Squared(static_cast<float>(support_factor) * r.range);
   for (const auto& o : kOffsets) {
-    float separation = 0.0f;
-    int32_t n = image_.Neighbour(r.channel, r.column, o[0], o[1], separation);
-    const float radius = std::max(static_cast<float>(min_radius),
-                                  static_cast<float>(support_factor) * r.range * separation);
-    for (; n >= 0; n = returns[static_cast<std::size_t>(n)].next) {
+    float separationSq = 0.0f;
+    const ImageCell* cell = image_.NeighbourCell(r.channel, r.column, o[0], o[1], separationSq);
+    if (cell == nullptr) {
+      continue;
+    }
+    const float radiusSq = std::max(minSq, scaleSq * separationSq);
+    if (!InReach(*cell, r.range, radiusSq)) {
+      continue;
+    }
+    for (int32_t n = cell->head; n >= 0; n = returns[static_cast<std::size_t>(n)].next) {
       const ImageReturn& other = returns[static_cast<std::size_t>(n)];
-      if (n != self && Squared(r.x - other.x) + Squared(r.y - other.y) + Squared(r.z - other.z) <
-                           Squared(radius)) {
+      if (n != self &&
+          Squared(r.x - other.x) + Squared(r.y - other.y) + Squared(r.z - other.z) < radiusSq) {
         return true;
       }
     }
@@ -76,8 +83,8 @@ bool DisturbPointFilter::Surrounded(const ImageReturn& r, int32_t self) const {
   int32_t agreeing = 0;
   bool left = false, right = false, up = false, down = false;
   for (const auto& o : kOffsets) {
-    float separation = 0.0f;
-    for (int32_t n = image_.Neighbour(r.channel, r.column, o[0], o[1], separation); n >= 0;
+    float separationSq = 0.0f;
+    for (int32_t n = image_.Neighbour(r.channel, r.column, o[0], o[1], separationSq); n >= 0;
          n = returns[static_cast<std::size_t>(n)].next) {
       if (n == self || supported_[static_cast<std::size_t>(n)] == 0) {
         continue;
@@ -99,10 +106,10 @@ bool DisturbPointFilter::SameSweep(const ImageReturn& a, const ImageReturn& b) c
 // The return of the cell `rows` and `columns` away from r, from r's sweep, whose range is
 // nearest to `range`.
 const ImageReturn* DisturbPointFilter::NearestInRange(const ImageReturn& r, int rows, int columns,
-                                                      float range, float& separation) const {
+                                                      float range, float& separationSq) const {
   const std::vector<ImageReturn>& returns = image_.Returns();
   const ImageReturn* nearest = nullptr;
-  for (int32_t n = image_.Neighbour(r.channel, r.column, rows, columns, separation); n >= 0;
+  for (int32_t n = image_.Neighbour(r.channel, r.column, rows, columns, separationSq); n >= 0;
        n = returns[static_cast<std::size_t>(n)].next) {
     const ImageReturn& other = returns[static_cast<std::size_t>(n)];
     if (SameSweep(r, other) && (nearest == nullptr || std::fabs(other.range - range) <
@@ -117,17 +124,23 @@ const ImageReturn* DisturbPointFilter::NearestInRange(const ImageReturn& r, int 
 // step, and at least one of them continues flat beyond it: the place of a return that mixes a
 // near edge with what lies behind it. A surface seen at a grazing angle steps evenly instead.
 bool DisturbPointFilter::Between(const ImageReturn& r, int rows, int columns) const {
-  float separation = 0.0f;
-  const ImageReturn* before = NearestInRange(r, -rows, -columns, r.range, separation);
-  const ImageReturn* after = NearestInRange(r, rows, columns, r.range, separation);
-  if (before == nullptr || after == nullptr) {
+  float separationSq = 0.0f;
+  const ImageReturn* before = NearestInRange(r, -rows, -columns, r.range, separationSq);
+  if (before == nullptr) {
     return false;
   }
-  const float step = std::max(static_cast<float>(range_tolerance),
-                              static_cast<float>(step_factor) * r.range * separation);
+  const float stepSq = std::max(Squared(static_cast<float>(range_tolerance)),
+                                Squared(static_cast<float>(step_factor) * r.range) * separationSq);
   const float rise = r.range - before->range;
+  if (rise * rise <= stepSq) {
+    return false;
+  }
+  const ImageReturn* after = NearestInRange(r, rows, columns, r.range, separationSq);
+  if (after == nullptr) {
+    return false;
+  }
   const float onward = after->range - r.range;
-  if (!((rise > step && onward > step) || (rise < -step && onward < -step))) {
+  if (onward * onward <= stepSq || (rise > 0.0f) != (onward > 0.0f)) {
     return false;
   }
   float beyond = 0.0f;
@@ -141,19 +154,19 @@ bool DisturbPointFilter::Between(const ImageReturn& r, int rows, int columns) co
   return flat(before, first, rise) || flat(after, last, onward);
 }
 
-float DisturbPointFilter::HoldDistance(const ImageReturn& r, float separation) const {
+float DisturbPointFilter::HoldDistance(const ImageReturn& r, float separationSq) const {
   return static_cast<float>(range_tolerance) +
-         static_cast<float>(hold_factor) * r.range * separation;
+         static_cast<float>(hold_factor) * r.range * std::sqrt(separationSq);
 }
 
 // Whether the returns on both sides of r, along a row or a column, lie in line with it.
 bool DisturbPointFilter::InLine(const ImageReturn& r, int rows, int columns) const {
-  float separation = 0.0f;
-  const ImageReturn* before = NearestInRange(r, -rows, -columns, r.range, separation);
-  const ImageReturn* after = NearestInRange(r, rows, columns, r.range, separation);
+  float separationSq = 0.0f;
+  const ImageReturn* before = NearestInRange(r, -rows, -columns, r.range, separationSq);
+  const ImageReturn* after = NearestInRange(r, rows, columns, r.range, separationSq);
   return before != nullptr && after != nullptr &&
          std::fabs(before->range + after->range - 2.0f * r.range) <
-             2.0f * HoldDistance(r, separation);
+             2.0f * HoldDistance(r, separationSq);
 }
 
 // Whether r belongs to a surface across the step's direction: a return of the same sweep there
@@ -166,9 +179,9 @@ bool DisturbPointFilter::Held(const ImageReturn& r, int32_t self, int rows, int 
     return true;
   }
   for (int side = -1; side <= 1; ++side) {
-    float separation = 0.0f;
-    int32_t n = image_.Neighbour(r.channel, r.column, side * rows, side * columns, separation);
-    const float hold = HoldDistance(r, separation);
+    float separationSq = 0.0f;
+    int32_t n = image_.Neighbour(r.channel, r.column, side * rows, side * columns, separationSq);
+    const float hold = HoldDistance(r, separationSq);
     for (; n >= 0; n = returns[static_cast<std::size_t>(n)].next) {
       const ImageReturn& other = returns[static_cast<std::size_t>(n)];
       if (n != self && SameSweep(r, other) && std::fabs(other.range - r.range) < hold) {

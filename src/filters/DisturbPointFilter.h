@@ -36,9 +36,9 @@ class DisturbPointFilter : public Algorithm {
   bool Surrounded(const ImageReturn& r, int32_t self) const;
   bool SameSweep(const ImageReturn& a, const ImageReturn& b) const;
   const ImageReturn* NearestInRange(const ImageReturn& r, int rows, int columns, float range,
-                                    float& separation) const;
+                                    float& separationSq) const;
   bool Between(const ImageReturn& r, int rows, int columns) const;
-  float HoldDistance(const ImageReturn& r, float separation) const;
+  float HoldDistance(const ImageReturn& r, float separationSq) const;
   bool InLine(const ImageReturn& r, int rows, int columns) const;
   bool Held(const ImageReturn& r, int32_t self, int rows, int columns) const;
   bool Mixed(const ImageReturn& r, int32_t self) const;

@@ -19,7 +19,10 @@ constexpr uint32_t kStepQuorum = 32;
 constexpr float kUnseen = std::numeric_limits<float>::quiet_NaN();
 
 double WrappedAngle(double degrees) {
-  double a = std::fmod(degrees, kFullTurnDeg);
+  if (degrees >= 0.0 && degrees < kFullTurnDeg) {
+    return degrees;
+  }
+  const double a = std::fmod(degrees, kFullTurnDeg);
   return a < 0.0 ? a + kFullTurnDeg : a;
 }
 
@@ -38,24 +41,19 @@ bool RangeImage::Usable(const _ori_point& p) {
          p.channel < kChannelLimit;
 }
 
-void RangeImage::Learn(const _ori_point& p) {
-  if (p.channel >= kChannelLimit || !std::isfinite(p.hor_angle)) {
-    return;
-  }
-  float& last = lastAngle_[p.channel];
-  const double step = std::fabs(p.hor_angle - static_cast<double>(last));
+void RangeImage::Learn(const ImageReturn& r) {
+  float& last = lastAngle_[r.channel];
+  const double step = std::fabs(static_cast<double>(r.angle) - static_cast<double>(last));
   if (step > kSmallestStepDeg && step < kMaxColumnStepDeg) {
     const std::size_t bin = static_cast<std::size_t>(step / kStepBinDeg);
     ++stepVotes_[bin];
     stepSums_[bin] += step;
     ++stepSamples_;
   }
-  last = static_cast<float>(p.hor_angle);
-  if (Usable(p)) {
-    ChannelStats& s = stats_[p.channel];
-    s.sinElevationSum += std::clamp(p.z / p.distance, -1.0, 1.0);
-    ++s.count;
-  }
+  last = r.angle;
+  ChannelStats& s = stats_[r.channel];
+  s.sinElevationSum += std::clamp(r.z / r.range, -1.0f, 1.0f);
+  ++s.count;
 }
 
 void RangeImage::LearnedEnough() {
@@ -106,8 +104,20 @@ void RangeImage::RebuildOrder() {
     return elevation_[a] > elevation_[b] || (elevation_[a] == elevation_[b] && a < b);
   });
   rank_.fill(-1);
-  for (std::size_t r = 0; r < order_.size(); ++r) {
-    rank_[order_[r]] = static_cast<int16_t>(r);
+  rows_.fill(RowStep{});
+  const int count = static_cast<int>(order_.size());
+  for (int r = 0; r < count; ++r) {
+    const uint16_t channel = order_[static_cast<std::size_t>(r)];
+    rank_[channel] = static_cast<int16_t>(r);
+    for (int k = -kMaxRowSteps; k <= kMaxRowSteps; ++k) {
+      if (r + k < 0 || r + k >= count) {
+        continue;
+      }
+      const uint16_t other = order_[static_cast<std::size_t>(r + k)];
+      const float rise = elevation_[other] - elevation_[channel];
+      rows_[channel * kRowSpan + static_cast<uint32_t>(k + kMaxRowSteps)] =
+          RowStep{other, rise * rise};
+    }
   }
   orderStale_ = false;
 }
@@ -122,12 +132,13 @@ bool RangeImage::Shape(uint32_t channels) {
     columns = static_cast<uint32_t>(kMaxCells / rows);
   }
   stepRad_ = kFullTurnDeg / columns * kDegToRad;
+  stepRadF_ = static_cast<float>(stepRad_);
   if (rows == rowCapacity_ && columns == columns_) {
     return false;
   }
   rowCapacity_ = rows;
   columns_ = columns;
-  heads_.assign(static_cast<std::size_t>(rows) * columns, -1);
+  cells_.assign(static_cast<std::size_t>(rows) * columns, ImageCell{});
   Index(0);
   return true;
 }
@@ -140,24 +151,20 @@ void RangeImage::Index(std::size_t first) {
     column = std::min(column, columns_ - 1);
     r.column = static_cast<uint16_t>(column);
     r.cell = column * rowCapacity_ + r.channel;
-    r.next = heads_[r.cell];
-    heads_[r.cell] = static_cast<int32_t>(i);
+    ImageCell& cell = cells_[r.cell];
+    if (cell.head < 0) {
+      cell.nearest = r.range;
+      cell.farthest = r.range;
+    }
+    cell.nearest = std::min(cell.nearest, r.range);
+    cell.farthest = std::max(cell.farthest, r.range);
+    r.next = cell.head;
+    cell.head = static_cast<int32_t>(i);
   }
 }
 
 void RangeImage::Add(const std::vector<_ori_point>& points, std::size_t begin, std::size_t end,
                      bool wholeFrame) {
-  if (wholeFrame) {
-    for (std::size_t i = begin; i < end; ++i) {
-      Learn(points[i]);
-    }
-    LearnedEnough();
-  } else {
-    for (std::size_t i = begin; i < end; ++i) {
-      Learn(points[i]);
-    }
-    AdoptNewChannels();
-  }
   const std::size_t first = returns_.size();
   uint32_t channels = 0;
   constexpr double kSecondsPerTick = 1e-9;
@@ -188,14 +195,45 @@ void RangeImage::Add(const std::vector<_ori_point>& points, std::size_t begin, s
     returns_.push_back(r);
     channels = std::max(channels, p.channel + 1);
   }
+  for (std::size_t i = first; i < returns_.size(); ++i) {
+    Learn(returns_[i]);
+  }
+  if (wholeFrame) {
+    LearnedEnough();
+  } else {
+    AdoptNewChannels();
+  }
   if (!Shape(channels)) {
     Index(first);
   }
+  if (wholeFrame) {
+    SortByCell();
+  }
+}
+
+// A whole frame's returns are stored cell after cell, column after column, so that the
+// returns a search reads next to each other lie next to each other in memory.
+void RangeImage::SortByCell() {
+  sorted_.clear();
+  for (const ImageCell& cell : cells_) {
+    for (int32_t n = cell.head; n >= 0; n = returns_[static_cast<std::size_t>(n)].next) {
+      sorted_.push_back(returns_[static_cast<std::size_t>(n)]);
+    }
+  }
+  for (std::size_t i = 0; i < sorted_.size(); ++i) {
+    ImageReturn& r = sorted_[i];
+    if (i == 0 || sorted_[i - 1].cell != r.cell) {
+      cells_[r.cell].head = static_cast<int32_t>(i);
+    }
+    const bool more = i + 1 < sorted_.size() && sorted_[i + 1].cell == r.cell;
+    r.next = more ? static_cast<int32_t>(i + 1) : -1;
+  }
+  returns_.swap(sorted_);
 }
 
 void RangeImage::EndFrame() {
   for (const ImageReturn& r : returns_) {
-    heads_[r.cell] = -1;
+    cells_[r.cell].head = -1;
   }
   returns_.clear();
   LearnedEnough();
@@ -206,6 +244,7 @@ void RangeImage::Reset() {
   known_.fill(0);
   order_.clear();
   rank_.fill(-1);
+  rows_.fill(RowStep{});
   stepDeg_ = fixedStepDeg_ > 0.0 ? fixedStepDeg_ : kStartStepDeg;
 }
 
@@ -219,6 +258,9 @@ int32_t RangeImage::ChannelAt(uint16_t channel, int rowSteps) const {
 
 int32_t RangeImage::WrappedColumn(int32_t column) const {
   const int32_t columns = static_cast<int32_t>(columns_);
+  if (columns == 0) {
+    return 0;
+  }
   column %= columns;
   return column < 0 ? column + columns : column;
 }
@@ -227,20 +269,7 @@ int32_t RangeImage::CellHead(uint16_t channel, uint16_t column) const {
   if (channel >= rowCapacity_ || column >= columns_) {
     return -1;
   }
-  return heads_[static_cast<std::size_t>(column) * rowCapacity_ + channel];
-}
-
-int32_t RangeImage::Neighbour(uint16_t channel, uint16_t column, int rowSteps, int columnSteps,
-                              float& separationRad) const {
-  const int32_t other = rowSteps == 0 ? channel : ChannelAt(channel, rowSteps);
-  if (other < 0 || static_cast<uint32_t>(other) >= rowCapacity_) {
-    return -1;
-  }
-  const double rise = static_cast<double>(elevation_[other]) - elevation_[channel];
-  const double across = columnSteps * stepRad_;
-  separationRad = static_cast<float>(std::max(std::hypot(rise, across), stepRad_));
-  const int32_t target = WrappedColumn(static_cast<int32_t>(column) + columnSteps);
-  return heads_[static_cast<std::size_t>(target) * rowCapacity_ + static_cast<uint32_t>(other)];
+  return cells_[static_cast<std::size_t>(column) * rowCapacity_ + channel].head;
 }
 
 }  // namespace velmar

@@ -15,6 +15,7 @@
 #ifndef VELMAR_FRAMEWORK_RANGE_IMAGE_H
 #define VELMAR_FRAMEWORK_RANGE_IMAGE_H
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -24,6 +25,21 @@
 #include "velmar/lidar_algo.h"
 
 namespace velmar {
+
+// A cell of the grid: its first return, and the nearest and farthest range among its returns,
+// so that a search can pass over a cell that cannot hold a neighbour close enough.
+struct ImageCell {
+  int32_t head = -1;
+  float nearest = 0.0f;
+  float farthest = 0.0f;
+};
+
+// Whether some return of `cell` may lie within sqrt(radiusSq) of a return at `range`: two
+// returns are at least their difference in range apart.
+inline bool InReach(const ImageCell& cell, float range, float radiusSq) {
+  const float gap = std::max(cell.nearest - range, range - cell.farthest);
+  return gap <= 0.0f || gap * gap < radiusSq;
+}
 
 // A return as the neighbourhood searches read it.
 struct ImageReturn {
@@ -49,6 +65,8 @@ class RangeImage {
   // A call of up to this many points that closes no frame is a packet of a frame.
   static constexpr std::size_t kLargestPacket = 4096;
   static constexpr double kMinColumnStepDeg = 0.01;
+  // Rows a neighbourhood may reach above and below a return.
+  static constexpr int kMaxRowSteps = 4;
   static constexpr double kMaxColumnStepDeg = 2.0;
 
   // `columnStepDeg` 0 learns the step from the data (starting from a fifth of a degree);
@@ -100,11 +118,40 @@ class RangeImage {
   double ColumnStepRad() const { return stepRad_; }
   uint32_t Columns() const { return columns_; }
 
-  // First return of the cell of `channel` `rowSteps` rows away (negative: higher elevation) and
-  // `columnSteps` columns away from `column`, or -1; `separationRad` receives the angle
-  // between the two directions.
+  // First return of the cell of `channel` `rowSteps` rows away (negative: higher elevation, at
+  // most kMaxRowSteps) and `columnSteps` columns away from `column`, or -1; `separationSq`
+  // receives the square of the angle (radians) between the two directions, at least one
+  // column step (the returns of one cell are a step apart as far as anyone can tell).
   int32_t Neighbour(uint16_t channel, uint16_t column, int rowSteps, int columnSteps,
-                    float& separationRad) const;
+                    float& separationSq) const {
+    const ImageCell* cell = NeighbourCell(channel, column, rowSteps, columnSteps, separationSq);
+    return cell == nullptr ? -1 : cell->head;
+  }
+  // The same, as the cell itself (null past the top or bottom).
+  const ImageCell* NeighbourCell(uint16_t channel, uint16_t column, int rowSteps, int columnSteps,
+                                 float& separationSq) const {
+    int32_t other = channel;
+    float riseSq = 0.0f;
+    if (rowSteps != 0) {
+      if (rowSteps < -kMaxRowSteps || rowSteps > kMaxRowSteps) {
+        return nullptr;
+      }
+      const RowStep& step =
+          rows_[channel * kRowSpan + static_cast<uint32_t>(rowSteps + kMaxRowSteps)];
+      other = step.channel;
+      riseSq = step.riseSq;
+    }
+    if (other < 0 || static_cast<uint32_t>(other) >= rowCapacity_) {
+      return nullptr;
+    }
+    const float across = static_cast<float>(columnSteps) * stepRadF_;
+    separationSq = std::max(riseSq + across * across, stepRadF_ * stepRadF_);
+    int32_t target = static_cast<int32_t>(column) + columnSteps;
+    if (target < 0 || target >= static_cast<int32_t>(columns_)) {
+      target = WrappedColumn(target);
+    }
+    return &cells_[static_cast<std::size_t>(target) * rowCapacity_ + static_cast<uint32_t>(other)];
+  }
   // The channel `rowSteps` rows from `channel` (negative: up), or -1 past the top or bottom.
   int32_t ChannelAt(uint16_t channel, int rowSteps) const;
   // Channels from the highest elevation to the lowest.
@@ -117,9 +164,16 @@ class RangeImage {
     double sinElevationSum = 0.0;
     uint32_t count = 0;
   };
+  // The channel a few rows above or below another, and the square of the angle between them.
+  struct RowStep {
+    int32_t channel = -1;
+    float riseSq = 0.0f;
+  };
+  static constexpr uint32_t kRowSpan = 2 * kMaxRowSteps + 1;
   static constexpr std::size_t kStepBins = 2000;  // 0.001 degree bins up to 2 degrees
 
-  void Learn(const _ori_point& p);
+  void Learn(const ImageReturn& r);
+  void SortByCell();
   void LearnedEnough();  // turns this frame's statistics into rows and step
   void AdoptNewChannels();
   void RebuildOrder();
@@ -131,16 +185,19 @@ class RangeImage {
   double fixedStepDeg_;
   double stepDeg_;
   double stepRad_ = 0.0;
+  float stepRadF_ = 0.0f;
   uint32_t columns_ = 0;
   uint32_t rowCapacity_ = 0;  // channels per column in the grid
   uint64_t firstTimestamp_ = 0;
-  std::vector<int32_t> heads_;
+  std::vector<ImageCell> cells_;
   std::vector<ImageReturn> returns_;
+  std::vector<ImageReturn> sorted_;  // the other buffer of SortByCell
 
   // Learned: elevation per channel, and the channel order.
   std::array<float, kChannelLimit> elevation_{};
   std::array<uint8_t, kChannelLimit> known_{};
   std::array<int16_t, kChannelLimit> rank_{};
+  std::array<RowStep, kChannelLimit * kRowSpan> rows_{};
   std::vector<uint16_t> order_;
   bool orderStale_ = false;
 

@@ -169,11 +169,13 @@ void TwopassPoint::LabelProvisionally() {
           continue;
         }
         Visit(n, head, kSameDirection);
-        float separation = 0.0f;
-        Visit(n, image_.Neighbour(channel, column, -1, 0, separation), separation);
+        float separationSq = 0.0f;
+        int32_t above = image_.Neighbour(channel, column, -1, 0, separationSq);
+        Visit(n, above, std::sqrt(separationSq));
         if (c > 0) {
           for (int rows = -1; rows <= 1; ++rows) {
-            Visit(n, image_.Neighbour(channel, column, rows, -1, separation), separation);
+            const int32_t left = image_.Neighbour(channel, column, rows, -1, separationSq);
+            Visit(n, left, std::sqrt(separationSq));
           }
         }
         int32_t& mine = label_[static_cast<std::size_t>(n)];
@@ -201,9 +203,10 @@ void TwopassPoint::JoinAcrossTurn() {
         continue;
       }
       for (int rows = -1; rows <= 1; ++rows) {
-        float separation = 0.0f;
-        for (int32_t m = image_.Neighbour(channel, last, rows, 1, separation); m >= 0;
-             m = returns[static_cast<std::size_t>(m)].next) {
+        float separationSq = 0.0f;
+        const int32_t first = image_.Neighbour(channel, last, rows, 1, separationSq);
+        const float separation = std::sqrt(separationSq);
+        for (int32_t m = first; m >= 0; m = returns[static_cast<std::size_t>(m)].next) {
           const int32_t theirs = label_[static_cast<std::size_t>(m)];
           if (theirs >= 0 && Joins(returns[static_cast<std::size_t>(n)],
                                    returns[static_cast<std::size_t>(m)], separation)) {
