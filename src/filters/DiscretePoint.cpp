@@ -15,11 +15,20 @@ constexpr int32_t kMaxSupport = 16;
 constexpr double kMaxIntensity = 1000.0;
 constexpr double kMaxEcho = 1000.0;
 
-// Sides of a return on which a close neighbour was found.
+// Sides of a return on which a close neighbour was found: the four directions along the rows
+// and columns, and the four diagonal quarters.
 constexpr unsigned kLeft = 1;
 constexpr unsigned kRight = 2;
 constexpr unsigned kUp = 4;
 constexpr unsigned kDown = 8;
+constexpr unsigned kUpLeft = 16;
+constexpr unsigned kUpRight = 32;
+constexpr unsigned kDownLeft = 64;
+constexpr unsigned kDownRight = 128;
+constexpr unsigned kFarLeft = 256;  // two or more columns away along the row
+constexpr unsigned kFarRight = 512;
+constexpr unsigned kFarUp = 1024;  // two or more rows away along the column
+constexpr unsigned kFarDown = 2048;
 
 unsigned SideOf(int rows, int columns) {
   unsigned side = 0;
@@ -29,11 +38,30 @@ unsigned SideOf(int rows, int columns) {
   if (std::abs(columns) <= 1) {
     side |= rows < 0 ? kUp : (rows > 0 ? kDown : 0);
   }
+  if (rows == 0 && std::abs(columns) >= 2) {
+    side |= columns < 0 ? kFarLeft : kFarRight;
+  }
+  if (columns == 0 && std::abs(rows) >= 2) {
+    side |= rows < 0 ? kFarUp : kFarDown;
+  }
+  if (rows != 0 && columns != 0) {
+    side |= rows < 0 ? (columns < 0 ? kUpLeft : kUpRight) : (columns < 0 ? kDownLeft : kDownRight);
+  }
   return side;
 }
 
-bool OppositeSides(unsigned sides) {
-  return (sides & (kLeft | kRight)) == (kLeft | kRight) || (sides & (kUp | kDown)) == (kUp | kDown);
+bool Has(unsigned sides, unsigned wanted) {
+  return (sides & wanted) == wanted;
+}
+
+// Neighbours on opposite sides, as inside a surface, or filling the quarter beside a return, as
+// at the corner or the end of a surface; a speck, or a pair or line of specks, has neither.
+bool SurfaceAround(unsigned sides) {
+  return Has(sides, kLeft | kRight) || Has(sides, kUp | kDown) ||
+         Has(sides, kUp | kFarUp | kLeft | kFarLeft | kUpLeft) ||
+         Has(sides, kUp | kFarUp | kRight | kFarRight | kUpRight) ||
+         Has(sides, kDown | kFarDown | kLeft | kFarLeft | kDownLeft) ||
+         Has(sides, kDown | kFarDown | kRight | kFarRight | kDownRight);
 }
 
 float Squared(float v) {
@@ -131,7 +159,7 @@ bool DiscretePoint::Keep(const ImageReturn& r, int32_t self) const {
       }
       if (d2 < continuityRadiusSq) {
         sides |= side;
-        if (OppositeSides(sides)) {
+        if (SurfaceAround(sides)) {
           return true;
         }
       }

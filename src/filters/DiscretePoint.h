@@ -1,7 +1,8 @@
 // Removes isolated returns: snowflakes, rain and spray drops, dust. A return is kept when a
 // neighbour in the channel x column structure lies within a few beam spacings of it at its
 // range; a return with no measurable reflectance needs more: a bright supporting neighbour, or
-// neighbours on two opposite sides, as the returns of a dark surface have.
+// neighbours on two opposite sides or all around one corner (two cells deep), as the returns of a
+// dark surface have and a small clump of snowflakes has not.
 #ifndef VELMAR_FILTERS_DISCRETE_POINT_H
 #define VELMAR_FILTERS_DISCRETE_POINT_H
 
