@@ -1,16 +1,15 @@
-// peers_bench: our noise filters and ground detection side by side with the general-purpose
-// methods a user would otherwise reach for (statistical and radius outlier removal, RANSAC plane
-// segmentation), on the same simulated Marlo128 frames, timed per frame and scored against the
-// truth the simulator writes into every return. Prints one table for noise, one per noise kind
-// and one for ground.
-#include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
+// peers_bench: our noise filters and ground detection side by side with what a user would
+// otherwise reach for, the outlier removal and ground segmentation of PCL and Open3D, on the same
+// frames: a simulated Marlo128 drive with the truth of every return, a real snowfall frame
+// labelled point by point, and six real city frames without labels. Prints one table for noise
+// removal and one for ground, each peer with its parameters: those of its own documentation's
+// example and the best this program's --search finds on the labelled frames.
+//
+//   peers_bench [--data DIR] [--search]
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -18,23 +17,17 @@
 #include <string>
 #include <vector>
 
-#include "FrameFeeder.h"
-#include "KdTree.h"
-#include "Outcome.h"
-#include "PeerMethods.h"
+#include "OurPipeline.h"
+#include "PeerFrame.h"
+#include "PeerLibraries.h"
+#include "Scores.h"
 #include "sim/Settings.h"
 #include "sim/Simulator.h"
 #include "sim/Truth.h"
-#include "velmar/lidar_algo.h"
 
 namespace velmar {
 namespace peers {
 namespace {
-
-using Frame = std::vector<_ori_point>;
-using Clock = std::chrono::steady_clock;
-using tools::ClassCounts;
-using tools::OutcomeTally;
 
 // The history filters need a few frames before they judge (the interference filter keeps five),
 // so the first frames only warm the pipelines up; every method is scored and timed on the rest.
@@ -43,15 +36,67 @@ constexpr uint32_t kMeasuredFrames = 5;
 constexpr uint32_t kPacketPoints = 128;
 constexpr uint64_t kSeed = 7;
 constexpr double kEgoSpeed = 8.0;
-// GroundDet fits and classifies only returns nearer than this; the ground table also reports
-// recall inside it so that neither side is judged on ground the other never looks at.
-constexpr double kGroundRange = 40.0;
+// A frame set with fewer frames than this is run again until it has this many timings.
+constexpr std::size_t kMinTimings = 3;
+constexpr int kKittiFrames = 6;
+constexpr std::size_t kSearchRowsShown = 3;
+constexpr std::size_t kSearchSimulatedFrames = 2;
 
 const std::string kConfig = std::string(VELMAR_CONFIG_DIR) + "/marlo128.json";
+const char* const kOursPending =
+    "pending: needs these frames as point records, which `velmar-algo import` will make";
 
-double Seconds(Clock::duration d) {
-  return std::chrono::duration<double>(d).count();
-}
+// The values of each library's own example of the method: PCL's tutorials (statistical and
+// radius outlier removal, planar segmentation, progressive morphological filtering) and Open3D's
+// (point cloud outlier removal, plane segmentation). PCL's planar segmentation example sets only
+// the distance; 50 iterations is SACSegmentation's default.
+const StatisticalParams kPclStatisticalDoc{50, 1.0};
+const RadiusParams kPclRadiusDoc{0.8, 2};
+const PlaneParams kPclPlaneDoc{0.01, 50, 0.0};
+const MorphologyParams kPclMorphologyDoc{1.0f, 20, 1.0f, 0.5f, 3.0f, false};
+const StatisticalParams kOpen3dStatisticalDoc{20, 2.0};
+const RadiusParams kOpen3dRadiusDoc{0.05, 16};
+const PlaneParams kOpen3dPlaneDoc{0.01, 1000, 0.0};
+
+// The best F1 that `peers_bench --search` finds on each labelled frame set, over the grids of
+// StatisticalGrid, RadiusGrid and GroundGrid. Tuned on those frames: they show how far each
+// method can go there, not settings that hold elsewhere.
+struct Tuned {
+  StatisticalParams pclStatistical;
+  RadiusParams pclRadius;
+  PlaneParams pclPlane;
+  MorphologyParams pclMorphology;
+  StatisticalParams open3dStatistical;
+  RadiusParams open3dRadius;
+  PlaneParams open3dPlane;
+};
+const Tuned kBestOnSimulated{{2, 0.05}, {0.05, 1}, {0.2, 100, 0.0}, {0.5f, 5, 1.0f, 0.5f, 3.0f},
+                             {2, 0.05}, {0.05, 1}, {0.2, 100, 0.0}};
+const Tuned kBestOnSnowfall{{3, 0.05}, {0.1, 2}, {0.3, 1000, 0.0}, {1.0f, 20, 0.3f, 0.5f, 3.0f},
+                            {3, 0.05}, {0.1, 2}, {0.5, 100, 0.0}};
+
+struct FrameSet {
+  std::string name;
+  std::vector<PeerFrame> frames;
+};
+
+struct PeerMethod {
+  std::string name;
+  std::string settings;  // in the library's own terms
+  std::string origin;    // where the values come from
+  std::function<void(const Points&, Flags&)> run;
+};
+
+struct Row {
+  std::string frames;
+  std::string method;
+  std::string settings;
+  std::string origin;
+  std::vector<double> seconds;
+  Tally tally;
+  std::string pending;  // set when the row could not be measured: why
+  Tally unclassified;   // GroundDet only: returns it never classified
+};
 
 double Median(std::vector<double> values) {
   if (values.empty()) {
@@ -62,9 +107,134 @@ double Median(std::vector<double> values) {
   return values.size() % 2 == 1 ? values[mid] : 0.5 * (values[mid - 1] + values[mid]);
 }
 
-double Percent(uint64_t part, uint64_t whole) {
-  return whole == 0 ? 0.0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole);
+std::string Num(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", value);
+  return text;
 }
+
+// ---------------------------------------------------------------------------------------------
+// Methods
+
+PeerMethod PclStatistical(const StatisticalParams& p, const std::string& origin) {
+  return {"PCL StatisticalOutlierRemoval",
+          "setMeanK(" + Num(p.neighbours) + "), setStddevMulThresh(" + Num(p.stddevs) + ")", origin,
+          [p](const Points& points, Flags& flags) {
+            pcl_peers::StatisticalOutliers(points, p, flags);
+          }};
+}
+
+PeerMethod Open3dStatistical(const StatisticalParams& p, const std::string& origin) {
+  return {"Open3D remove_statistical_outlier",
+          "nb_neighbors=" + Num(p.neighbours) + ", std_ratio=" + Num(p.stddevs), origin,
+          [p](const Points& points, Flags& flags) {
+            open3d_peers::StatisticalOutliers(points, p, flags);
+          }};
+}
+
+PeerMethod PclRadius(const RadiusParams& p, const std::string& origin) {
+  return {
+      "PCL RadiusOutlierRemoval",
+      "setRadiusSearch(" + Num(p.radius) + "), setMinNeighborsInRadius(" + Num(p.neighbours) + ")",
+      origin,
+      [p](const Points& points, Flags& flags) { pcl_peers::RadiusOutliers(points, p, flags); }};
+}
+
+PeerMethod Open3dRadius(const RadiusParams& p, const std::string& origin) {
+  return {
+      "Open3D remove_radius_outlier",
+      "nb_points=" + Num(p.neighbours) + ", radius=" + Num(p.radius), origin,
+      [p](const Points& points, Flags& flags) { open3d_peers::RadiusOutliers(points, p, flags); }};
+}
+
+PeerMethod PclPlane(const PlaneParams& p, const std::string& origin) {
+  std::string settings = p.maxTiltDegrees > 0.0
+                             ? "SACMODEL_PERPENDICULAR_PLANE, setAxis(z), setEpsAngle(" +
+                                   Num(p.maxTiltDegrees) + " deg)"
+                             : std::string("SACMODEL_PLANE");
+  settings += ", SAC_RANSAC, setDistanceThreshold(" + Num(p.distance) + "), setMaxIterations(" +
+              Num(p.iterations) + "), setOptimizeCoefficients(true)";
+  return {"PCL SACSegmentation", settings, origin,
+          [p](const Points& points, Flags& flags) { pcl_peers::PlaneGround(points, p, flags); }};
+}
+
+PeerMethod Open3dPlane(const PlaneParams& p, const std::string& origin) {
+  return {
+      "Open3D segment_plane",
+      "distance_threshold=" + Num(p.distance) + ", ransac_n=3, num_iterations=" + Num(p.iterations),
+      origin,
+      [p](const Points& points, Flags& flags) { open3d_peers::PlaneGround(points, p, flags); }};
+}
+
+PeerMethod PclMorphology(const MorphologyParams& p, const std::string& origin) {
+  return {p.exact ? "PCL ProgressiveMorphologicalFilter"
+                  : "PCL ApproximateProgressiveMorphologicalFilter",
+          "setCellSize(" + Num(p.cellSize) + "), setMaxWindowSize(" + Num(p.maxWindow) +
+              "), setSlope(" + Num(p.slope) + "), setInitialDistance(" + Num(p.initialDistance) +
+              "), setMaxDistance(" + Num(p.maxDistance) + ")",
+          origin, [p](const Points& points, Flags& flags) {
+            pcl_peers::MorphologicalGround(points, p, flags);
+          }};
+}
+
+const char* const kDocumented = "documentation";
+
+// The outlier removers, each with its documented values and then with `best`.
+std::vector<PeerMethod> OutlierMethods(const Tuned& best, const std::string& bestOrigin) {
+  return {PclStatistical(kPclStatisticalDoc, kDocumented),
+          PclStatistical(best.pclStatistical, bestOrigin),
+          PclRadius(kPclRadiusDoc, kDocumented),
+          PclRadius(best.pclRadius, bestOrigin),
+          Open3dStatistical(kOpen3dStatisticalDoc, kDocumented),
+          Open3dStatistical(best.open3dStatistical, bestOrigin),
+          Open3dRadius(kOpen3dRadiusDoc, kDocumented),
+          Open3dRadius(best.open3dRadius, bestOrigin)};
+}
+
+std::vector<PeerMethod> GroundMethods(const Tuned& best, const std::string& bestOrigin) {
+  return {
+      PclPlane(kPclPlaneDoc, kDocumented),           PclPlane(best.pclPlane, bestOrigin),
+      PclMorphology(kPclMorphologyDoc, kDocumented), PclMorphology(best.pclMorphology, bestOrigin),
+      Open3dPlane(kOpen3dPlaneDoc, kDocumented),     Open3dPlane(best.open3dPlane, bestOrigin)};
+}
+
+// Runs a peer on every frame of the set, timing each call, until there are kMinTimings timings
+// (or `timings`, when given); scores the first pass.
+Row Measure(const FrameSet& set, const PeerMethod& method, std::size_t timings = kMinTimings) {
+  Row row{set.name, method.name, method.settings, method.origin, {}, {}, {}, {}};
+  Flags flags;
+  for (std::size_t pass = 0; pass == 0 || row.seconds.size() < timings; ++pass) {
+    for (const PeerFrame& frame : set.frames) {
+      const double start = ProcessCpuSeconds();
+      method.run(frame.points, flags);
+      row.seconds.push_back(ProcessCpuSeconds() - start);
+      if (pass == 0) {
+        row.tally.Add(frame, flags);
+      }
+    }
+  }
+  std::cerr << "  " << set.name << ": " << method.name << " " << method.settings << ": "
+            << Median(row.seconds) * 1e3 << " ms\n";
+  return row;
+}
+
+void MeasureAll(const FrameSet& set, const std::vector<PeerMethod>& methods,
+                std::vector<Row>& rows) {
+  for (const PeerMethod& method : methods) {
+    rows.push_back(Measure(set, method));
+  }
+}
+
+Row PendingRow(const std::string& frames, const std::string& method) {
+  Row row;
+  row.frames = frames;
+  row.method = method;
+  row.pending = kOursPending;
+  return row;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Frames
 
 sim::SimulationSettings DriveSettings() {
   sim::SimulationSettings settings;
@@ -98,13 +268,262 @@ std::string RatesText(const sim::SimulationSettings& settings) {
   return text.str();
 }
 
-std::vector<Frame> SimulateDrive(const sim::SimulationSettings& settings) {
+std::vector<Records> SimulateDrive(const sim::SimulationSettings& settings) {
   sim::Simulator simulator(settings);
-  std::vector<Frame> frames(settings.frames);
+  std::vector<Records> frames(settings.frames);
   for (uint32_t i = 0; i < settings.frames; ++i) {
     simulator.GenerateFrame(i, frames[i]);
   }
   return frames;
+}
+
+FrameSet SimulatedSet(const std::vector<Records>& drive) {
+  FrameSet set{"simulated Marlo128", {}};
+  for (uint32_t f = kWarmupFrames; f < drive.size(); ++f) {
+    set.frames.push_back(FrameFromRecords(drive[f]));
+  }
+  return set;
+}
+
+bool FolderExists(const std::string& path) {
+  return std::ifstream(path + "/README.md").good();
+}
+
+FrameSet SnowfallSet(const std::string& data) {
+  const std::string folder = data + "/wads-sample";
+  return {"WADS snowfall",
+          {ReadLabelledKittiFrame(folder + "/sample.bin", folder + "/sample.label")}};
+}
+
+FrameSet CitySet(const std::string& data) {
+  FrameSet set{"KITTI city", {}};
+  for (int i = 0; i < kKittiFrames; ++i) {
+    char name[32];
+    std::snprintf(name, sizeof name, "/kitti-00/%06d.bin", i);
+    set.frames.push_back(ReadKittiFrame(data + name));
+  }
+  return set;
+}
+
+std::size_t Returns(const FrameSet& set) {
+  std::size_t total = 0;
+  for (const PeerFrame& frame : set.frames) {
+    total += frame.points.size();
+  }
+  return set.frames.empty() ? 0 : total / set.frames.size();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Our rows
+
+Row OurRow(const std::string& frames, const std::string& method, const std::string& settings) {
+  Row row;
+  row.frames = frames;
+  row.method = method;
+  row.settings = settings;
+  row.origin = "configs/marlo128.json";
+  return row;
+}
+
+Row OurNoiseRow(const std::string& frames, const std::vector<Records>& records,
+                const std::string& method, const std::string& configText) {
+  Row row = OurRow(frames, method,
+                   "ids " + IdsOf(configText) + "; packets of " + std::to_string(kPacketPoints));
+  RunOurNoise(records, configText, {LIDAR_MARLO128, kPacketPoints, kWarmupFrames},
+              [&](const OurFrame& ours) {
+                row.tally.Add(ours.frame, ours.flags);
+                row.seconds.push_back(ours.seconds);
+              });
+  return row;
+}
+
+Row OurGroundRow(const std::string& frames, const std::vector<Records>& records,
+                 const std::string& configText) {
+  Row row = OurRow(frames, "ours: GroundDet (id 35)",
+                   "label 1 = ground; packets of " + std::to_string(kPacketPoints));
+  RunOurGround(records, configText, {LIDAR_MARLO128, kPacketPoints, kWarmupFrames},
+               [&](const OurFrame& ours) {
+                 row.tally.Add(ours.frame, ours.flags);
+                 row.unclassified.Add(ours.frame, ours.unclassified);
+                 row.seconds.push_back(ours.seconds);
+               });
+  return row;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Tables
+
+std::string Millis(const std::vector<double>& seconds) {
+  char text[32];
+  const double ms = Median(seconds) * 1e3;
+  std::snprintf(text, sizeof text, ms >= 100.0 ? "%.0f ms" : "%.1f ms", ms);
+  return text;
+}
+
+std::string Pct(double share) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f %%", 100.0 * share);
+  return text;
+}
+
+// The scored columns of a row: flagged share, then recall, precision, F1 and the share of the
+// other classes flagged (or dashes on unlabelled frames).
+void PrintRow(const Row& row, PointClass target) {
+  std::cout << "| " << row.frames << " | " << row.method << " | " << row.settings << " | "
+            << row.origin << " | ";
+  if (!row.pending.empty()) {
+    std::cout << row.pending << " | | | | | |\n";
+    return;
+  }
+  const Score score = ScoreOf(row.tally, target);
+  std::cout << Millis(row.seconds) << " | " << Pct(score.flaggedShare) << " | ";
+  if (score.labelled) {
+    char f1[16];
+    std::snprintf(f1, sizeof f1, "%.3f", score.f1);
+    std::cout << Pct(score.recall) << " | " << Pct(score.precision) << " | " << f1 << " | "
+              << Pct(score.othersFlagged) << " |\n";
+  } else {
+    std::cout << "- | - | - | - |\n";
+  }
+}
+
+void PrintTable(const std::string& title, const std::string& flagged, const std::string& target,
+                const std::string& others, PointClass targetClass, const std::vector<Row>& rows) {
+  std::cout << "\n### " << title << "\n\n"
+            << "| Frames | Method | Parameters | Values from | Time per frame | " << flagged
+            << " | " << target << " recall | " << target << " precision | F1 | " << others << " |\n"
+            << "|---|---|---|---|---|---|---|---|---|---|\n";
+  for (const Row& row : rows) {
+    PrintRow(row, targetClass);
+  }
+}
+
+// Noise removed per simulated kind, for the rows of the simulated drive.
+void PrintKinds(const std::vector<Row>& rows) {
+  const Tally& first = rows.front().tally;
+  std::vector<uint8_t> kinds;
+  std::cout << "\nSimulated drive, noise removed per kind (returns per frame in brackets):\n\n"
+            << "| Method | Values from |";
+  for (uint32_t k = 0; k < sim::kTruthKindCount; ++k) {
+    if (sim::IsNoiseTruth(static_cast<sim::TruthKind>(k)) && first.byKind[k].returns > 0) {
+      kinds.push_back(static_cast<uint8_t>(k));
+      std::cout << " " << sim::TruthKindName(static_cast<sim::TruthKind>(k)) << " ("
+                << first.byKind[k].returns / kMeasuredFrames << ") |";
+    }
+  }
+  std::cout << "\n|---|---|";
+  for (std::size_t i = 0; i < kinds.size(); ++i) {
+    std::cout << "---|";
+  }
+  std::cout << "\n";
+  for (const Row& row : rows) {
+    std::cout << "| " << row.method << " | " << row.origin << " |";
+    for (const uint8_t k : kinds) {
+      std::cout << " " << Pct(Share(row.tally.byKind[k].flagged, row.tally.byKind[k].returns))
+                << " |";
+    }
+    std::cout << "\n";
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Search
+
+template <typename T>
+std::vector<T> Grid(std::initializer_list<T> values) {
+  return values;
+}
+
+std::vector<PeerMethod> StatisticalGrid() {
+  std::vector<PeerMethod> grid;
+  for (const int k : Grid({2, 3, 5, 10, 20, 50})) {
+    for (const double m : Grid({0.05, 0.1, 0.25, 0.5, 1.0, 2.0})) {
+      grid.push_back(PclStatistical({k, m}, ""));
+      grid.push_back(Open3dStatistical({k, m}, ""));
+    }
+  }
+  return grid;
+}
+
+std::vector<PeerMethod> RadiusGrid() {
+  std::vector<PeerMethod> grid;
+  for (const double r : Grid({0.05, 0.1, 0.2, 0.3, 0.5, 0.8})) {
+    for (const int n : Grid({1, 2, 4, 8})) {
+      grid.push_back(PclRadius({r, n}, ""));
+      grid.push_back(Open3dRadius({r, n}, ""));
+    }
+  }
+  return grid;
+}
+
+std::vector<PeerMethod> GroundGrid() {
+  std::vector<PeerMethod> grid;
+  for (const double d : Grid({0.1, 0.2, 0.3, 0.5, 0.8})) {
+    for (const int iterations : Grid({100, 1000})) {
+      grid.push_back(PclPlane({d, iterations, 0.0}, ""));
+      grid.push_back(PclPlane({d, iterations, 10.0}, ""));
+      grid.push_back(Open3dPlane({d, iterations, 0.0}, ""));
+    }
+  }
+  for (const float cell : Grid({0.5f, 1.0f})) {
+    for (const int window : Grid({5, 20})) {
+      for (const float slope : Grid({0.3f, 1.0f})) {
+        for (const float initial : Grid({0.15f, 0.5f})) {
+          grid.push_back(PclMorphology({cell, window, slope, initial, 3.0f, false}, ""));
+        }
+      }
+    }
+  }
+  return grid;
+}
+
+// Runs every candidate once per frame and prints, per method, the candidates with the best F1.
+void Search(const FrameSet& set, const std::vector<PeerMethod>& grid, PointClass target) {
+  std::vector<Row> rows;
+  for (const PeerMethod& method : grid) {
+    rows.push_back(Measure(set, method, 1));
+  }
+  std::stable_sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {
+    return ScoreOf(a.tally, target).f1 > ScoreOf(b.tally, target).f1;
+  });
+  std::vector<std::string> methods;
+  for (const Row& row : rows) {
+    if (std::find(methods.begin(), methods.end(), row.method) == methods.end()) {
+      methods.push_back(row.method);
+    }
+  }
+  for (const std::string& method : methods) {
+    std::vector<Row> best;
+    for (const Row& row : rows) {
+      if (row.method == method && best.size() < kSearchRowsShown) {
+        best.push_back(row);
+      }
+    }
+    PrintTable(set.name + ": " + method + ", best F1 of the grid", "Flagged", "Target", "Others",
+               target, best);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+struct Options {
+  std::string data = VELMAR_SHARED_DATA_DIR;
+  bool search = false;
+};
+
+Options ParseOptions(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--search") == 0) {
+      options.search = true;
+    } else if (std::strcmp(argv[i], "--data") == 0 && i + 1 < argc) {
+      options.data = argv[++i];
+    } else {
+      std::cerr << "usage: peers_bench [--data DIR] [--search]\n";
+      std::exit(2);
+    }
+  }
+  return options;
 }
 
 std::string ReadText(const std::string& path) {
@@ -114,449 +533,93 @@ std::string ReadText(const std::string& path) {
   return text.str();
 }
 
-// The configuration file with only the entries whose id `keep` accepts.
-std::string ConfigSubset(const std::string& text, const std::function<bool(int)>& keep) {
-  rapidjson::Document document;
-  document.Parse(text.c_str());
-  if (!document.IsObject() || !document.HasMember("algo_list") ||
-      !document["algo_list"].IsArray()) {
-    return text;
-  }
-  rapidjson::Value& list = document["algo_list"];
-  for (rapidjson::SizeType i = list.Size(); i-- > 0;) {
-    const rapidjson::Value& entry = list[i];
-    if (!entry.IsObject() || !entry.HasMember("id") || !entry["id"].IsInt() ||
-        !keep(entry["id"].GetInt())) {
-      list.Erase(list.Begin() + i);
-    }
-  }
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  document.Accept(writer);
-  return buffer.GetString();
-}
-
-std::string IdsOf(const std::string& text) {
-  rapidjson::Document document;
-  document.Parse(text.c_str());
-  std::ostringstream ids;
-  const char* separator = "";
-  if (document.IsObject() && document.HasMember("algo_list") && document["algo_list"].IsArray()) {
-    for (const rapidjson::Value& entry : document["algo_list"].GetArray()) {
-      if (entry.IsObject() && entry.HasMember("id") && entry["id"].IsInt()) {
-        ids << separator << entry["id"].GetInt();
-        separator = ", ";
-      }
-    }
-  }
-  return ids.str();
-}
-
-// The label GroundDet gives ground returns: its "debug_using_echo" parameter in the file.
-int GroundLabel(const std::string& text) {
-  rapidjson::Document document;
-  document.Parse(text.c_str());
-  if (document.IsObject() && document.HasMember("algo_list") && document["algo_list"].IsArray()) {
-    for (const rapidjson::Value& entry : document["algo_list"].GetArray()) {
-      if (entry.IsObject() && entry.HasMember("id") && entry["id"].IsInt() &&
-          entry["id"].GetInt() == 35 && entry.HasMember("param") &&
-          entry["param"].HasMember("debug_using_echo") &&
-          entry["param"]["debug_using_echo"].IsInt()) {
-        return entry["param"]["debug_using_echo"].GetInt();
-      }
-    }
-  }
-  return -1;
-}
-
-std::unique_ptr<ILidarAlgo> OpenPipeline(const std::string& configText) {
-  std::ostringstream sink;
-  std::streambuf* previous = std::cout.rdbuf(sink.rdbuf());
-  std::unique_ptr<ILidarAlgo> pipeline = ILidarAlgo::Create(LIDAR_MARLO128, "");
-  const bool accepted = pipeline->UpdateAlgoParam(configText);
-  std::cout.rdbuf(previous);
-  if (!accepted) {
-    std::cerr << "configuration refused:\n" << sink.str();
-    std::exit(1);
-  }
-  return pipeline;
-}
-
-// Feeds the drive through a pipeline packet by packet as the tools do, and hands each measured
-// frame (input, output, where every output point came from, time in the pipeline) to `measure`.
-void FeedPipeline(
-    const std::vector<Frame>& frames, const std::string& configText,
-    const std::function<void(const tools::FedFrame&, const std::vector<int64_t>&)>& measure) {
-  std::unique_ptr<ILidarAlgo> pipeline = OpenPipeline(configText);
-  tools::FrameFeeder feeder([&](Frame& unit) { pipeline->Process(unit); }, kPacketPoints,
-                            [&](tools::FedFrame& fed) {
-                              if (fed.index < kWarmupFrames) {
-                                return;
-                              }
-                              const std::vector<int64_t> representative = tools::Representatives(
-                                  fed.input.size(), fed.output,
-                                  [&](std::size_t j) { return fed.origin[j]; });
-                              measure(fed, representative);
-                            });
-  for (const Frame& frame : frames) {
-    feeder.Feed(frame);
-  }
-  feeder.Finish();
-}
-
-struct NoiseRow {
-  std::string method;
-  std::string settings;
-  std::vector<double> seconds;
-  OutcomeTally tally;
-};
-
-NoiseRow RunOurNoise(const std::vector<Frame>& frames, const std::string& method,
-                     const std::string& configText) {
-  NoiseRow row;
-  row.method = method;
-  row.settings = "ids " + IdsOf(configText) + "; packets of " + std::to_string(kPacketPoints);
-  FeedPipeline(frames, configText,
-               [&](const tools::FedFrame& fed, const std::vector<int64_t>& representative) {
-                 tools::TallyOutcomes(fed.input, fed.output, representative, row.tally);
-                 row.seconds.push_back(fed.seconds);
-               });
-  return row;
-}
-
-// The returns of a frame (distance > 0) as points, with the record index of each.
-void ExtractReturns(const Frame& frame, std::vector<Point3>& points,
-                    std::vector<uint32_t>& record) {
-  points.clear();
-  record.clear();
-  for (std::size_t i = 0; i < frame.size(); ++i) {
-    const _ori_point& p = frame[i];
-    if (p.distance > 0.0) {
-      points.push_back(
-          Point3{static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)});
-      record.push_back(static_cast<uint32_t>(i));
-    }
-  }
-}
-
-using OutlierMethod =
-    std::function<void(const std::vector<Point3>&, const KdTree&, std::vector<uint8_t>&)>;
-
-// A peer filter as a host would run it on a frame: gather the returns, build the tree, find the
-// outliers and zero their range in the records. All of that is timed.
-NoiseRow RunPeerNoise(const std::vector<Frame>& frames, const std::string& method,
-                      const std::string& settings, const OutlierMethod& find,
-                      std::vector<double>* buildSeconds) {
-  NoiseRow row;
-  row.method = method;
-  row.settings = settings;
-  KdTree tree;
-  std::vector<Point3> points;
-  std::vector<uint32_t> record;
-  std::vector<uint8_t> outlier;
-  Frame work;
-  for (uint32_t f = kWarmupFrames; f < frames.size(); ++f) {
-    const Frame& input = frames[f];
-    work = input;
-    const auto start = Clock::now();
-    ExtractReturns(work, points, record);
-    tree.Build(points);
-    const auto built = Clock::now();
-    find(points, tree, outlier);
-    for (std::size_t i = 0; i < points.size(); ++i) {
-      if (outlier[i] != 0) {
-        work[record[i]].distance = 0.0;
-      }
-    }
-    const auto stop = Clock::now();
-    row.seconds.push_back(Seconds(stop - start));
-    if (buildSeconds != nullptr) {
-      buildSeconds->push_back(Seconds(built - start));
-    }
-    for (std::size_t i = 0; i < input.size(); ++i) {
-      if (input[i].distance == 0.0) {
-        continue;
-      }
-      ClassCounts& counts = row.tally[sim::TruthKindOf(input[i])];
-      ++counts.returns;
-      counts.removed += work[i].distance == 0.0 ? 1 : 0;
-    }
-    std::cerr << "  " << method << ": frame " << f << " " << row.seconds.back() * 1e3 << " ms\n";
-  }
-  return row;
-}
-
-struct GroundCounts {
-  uint64_t ground = 0;
-  uint64_t groundUnlabelled = 0;  // ground returns the method never classified either way
-  uint64_t groundFound = 0;
-  uint64_t groundNear = 0;
-  uint64_t groundNearFound = 0;
-  uint64_t objects = 0;
-  uint64_t objectsAsGround = 0;
-  uint64_t noise = 0;
-  uint64_t noiseAsGround = 0;
-
-  void Add(const _ori_point& input, bool asGround, bool labelled = true) {
-    const sim::TruthKind kind = sim::TruthKindOf(input);
-    if (kind == sim::TruthKind::kGround) {
-      ++ground;
-      groundFound += asGround ? 1 : 0;
-      groundUnlabelled += labelled ? 0 : 1;
-      if (input.distance < kGroundRange) {
-        ++groundNear;
-        groundNearFound += asGround ? 1 : 0;
-      }
-    } else if (kind == sim::TruthKind::kReal) {
-      ++objects;
-      objectsAsGround += asGround ? 1 : 0;
-    } else if (sim::IsNoiseTruth(kind)) {
-      ++noise;
-      noiseAsGround += asGround ? 1 : 0;
-    }
-  }
-};
-
-struct GroundRow {
-  std::string method;
-  std::string settings;
-  std::vector<double> seconds;
-  GroundCounts counts;
-  double worstRecall = 1.0;  // lowest ground recall of a single measured frame
-
-  void AddFrame(const GroundCounts& frame) {
-    counts.ground += frame.ground;
-    counts.groundUnlabelled += frame.groundUnlabelled;
-    counts.groundFound += frame.groundFound;
-    counts.groundNear += frame.groundNear;
-    counts.groundNearFound += frame.groundNearFound;
-    counts.objects += frame.objects;
-    counts.objectsAsGround += frame.objectsAsGround;
-    counts.noise += frame.noise;
-    counts.noiseAsGround += frame.noiseAsGround;
-    if (frame.ground > 0) {
-      worstRecall = std::min(
-          worstRecall, static_cast<double>(frame.groundFound) / static_cast<double>(frame.ground));
-    }
-  }
-};
-
-GroundRow RunGroundDet(const std::vector<Frame>& frames, const std::string& configText) {
-  GroundRow row;
-  const int label = GroundLabel(configText);
-  row.method = "ours: GroundDet (id 35)";
-  row.settings = "marlo128.json parameters, label " + std::to_string(label) +
-                 " = ground; packets of " + std::to_string(kPacketPoints);
-  // GroundDet labels what it classifies: `label` for ground, `label` - 1 above it. Every other
-  // value marks a return it never classified.
-  const int32_t untouched = label + 1000;
-  std::vector<Frame> unlabelled = frames;
-  for (Frame& frame : unlabelled) {
-    for (_ori_point& p : frame) {
-      p.label = untouched;
-    }
-  }
-  const std::string only35 = ConfigSubset(configText, [](int id) { return id == 35; });
-  FeedPipeline(unlabelled, only35,
-               [&](const tools::FedFrame& fed, const std::vector<int64_t>& representative) {
-                 GroundCounts frame;
-                 for (std::size_t i = 0; i < fed.input.size(); ++i) {
-                   if (fed.input[i].distance == 0.0) {
-                     continue;
-                   }
-                   const int64_t chosen = representative[i];
-                   const int32_t given = chosen == tools::kNoOrigin
-                                             ? untouched
-                                             : fed.output[static_cast<std::size_t>(chosen)].label;
-                   frame.Add(fed.input[i], given == label, given != untouched);
-                 }
-                 row.AddFrame(frame);
-                 row.seconds.push_back(fed.seconds);
-               });
-  return row;
-}
-
-GroundRow RunRansac(const std::vector<Frame>& frames, const std::string& method,
-                    const RansacPlaneParams& params) {
-  GroundRow row;
-  row.method = method;
-  std::ostringstream settings;
-  settings << params.iterations << " triples, seed " << params.seed << ", inlier within "
-           << params.threshold << " m";
-  if (params.maxTiltDegrees > 0.0f) {
-    settings << ", normal within " << params.maxTiltDegrees << " deg of vertical";
-  }
-  if (params.refit) {
-    settings << ", least-squares refit";
-  }
-  row.settings = settings.str();
-  RansacPlaneSegmentation ransac(params);
-  std::vector<Point3> points;
-  std::vector<uint32_t> record;
-  std::vector<uint8_t> inlier;
-  Frame work;
-  for (uint32_t f = kWarmupFrames; f < frames.size(); ++f) {
-    const Frame& input = frames[f];
-    work = input;
-    const auto start = Clock::now();
-    ExtractReturns(work, points, record);
-    ransac.Run(points, inlier);
-    for (std::size_t i = 0; i < points.size(); ++i) {
-      work[record[i]].label = inlier[i] != 0 ? 1 : 0;
-    }
-    row.seconds.push_back(Seconds(Clock::now() - start));
-    GroundCounts counts;
-    for (std::size_t i = 0; i < points.size(); ++i) {
-      counts.Add(input[record[i]], inlier[i] != 0);
-    }
-    row.AddFrame(counts);
-  }
-  return row;
-}
-
-std::string Millis(const std::vector<double>& seconds) {
-  char text[32];
-  const double ms = Median(seconds) * 1e3;
-  std::snprintf(text, sizeof text, ms >= 100.0 ? "%.0f ms" : "%.1f ms", ms);
-  return text;
-}
-
-std::string Pct(double percent) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f %%", percent);
-  return text;
-}
-
-std::string Pct(uint64_t part, uint64_t whole) {
-  return Pct(Percent(part, whole));
-}
-
-void PrintNoise(const std::vector<NoiseRow>& rows) {
-  std::cout << "\n### Noise\n\n"
-            << "| Method | Settings | Time per frame | Noise removed | Objects removed "
-               "| Ground removed | Real removed (objects + ground) |\n"
-            << "|---|---|---|---|---|---|---|\n";
-  for (const NoiseRow& row : rows) {
-    const ClassCounts noise = row.tally.Noise();
-    const ClassCounts surface = row.tally.Surface();
-    const ClassCounts& objects = row.tally[sim::TruthKind::kReal];
-    const ClassCounts& ground = row.tally[sim::TruthKind::kGround];
-    std::cout << "| " << row.method << " | " << row.settings << " | " << Millis(row.seconds)
-              << " | " << Pct(noise.removed, noise.returns) << " | "
-              << Pct(objects.removed, objects.returns) << " | "
-              << Pct(ground.removed, ground.returns) << " | "
-              << Pct(surface.removed, surface.returns) << " |\n";
-  }
-
-  std::cout << "\nNoise removed per kind (returns per frame in brackets):\n\n| Method |";
-  std::vector<sim::TruthKind> kinds;
-  const OutcomeTally& first = rows.front().tally;
-  for (uint32_t k = 0; k < sim::kTruthKindCount; ++k) {
-    const sim::TruthKind kind = static_cast<sim::TruthKind>(k);
-    if (sim::IsNoiseTruth(kind) && first[kind].returns > 0) {
-      kinds.push_back(kind);
-      std::cout << " " << sim::TruthKindName(kind) << " (" << first[kind].returns / kMeasuredFrames
-                << ") |";
-    }
-  }
-  std::cout << "\n|---|";
-  for (std::size_t i = 0; i < kinds.size(); ++i) {
-    std::cout << "---|";
-  }
-  std::cout << "\n";
-  for (const NoiseRow& row : rows) {
-    std::cout << "| " << row.method << " |";
-    for (const sim::TruthKind kind : kinds) {
-      std::cout << " " << Pct(row.tally[kind].removed, row.tally[kind].returns) << " |";
-    }
-    std::cout << "\n";
-  }
-}
-
-void PrintGround(const std::vector<GroundRow>& rows) {
-  std::cout << "\n### Ground\n\n"
-            << "| Method | Settings | Time per frame | Ground recall | Worst frame | Ground recall "
-            << "within " << kGroundRange << " m | Ground never classified "
-            << "| Objects classified as ground | Noise classified as ground |\n"
-            << "|---|---|---|---|---|---|---|---|---|\n";
-  for (const GroundRow& row : rows) {
-    const GroundCounts& c = row.counts;
-    std::cout << "| " << row.method << " | " << row.settings << " | " << Millis(row.seconds)
-              << " | " << Pct(c.groundFound, c.ground) << " | " << Pct(100.0 * row.worstRecall)
-              << " | " << Pct(c.groundNearFound, c.groundNear) << " | "
-              << Pct(c.groundUnlabelled, c.ground) << " | " << Pct(c.objectsAsGround, c.objects)
-              << " | " << Pct(c.noiseAsGround, c.noise) << " |\n";
-  }
-}
-
-int Main() {
+int Main(int argc, char** argv) {
+  const Options options = ParseOptions(argc, argv);
   const sim::SimulationSettings settings = DriveSettings();
   std::cerr << "simulating " << settings.frames << " Marlo128 frames...\n";
-  const std::vector<Frame> frames = SimulateDrive(settings);
+  const std::vector<Records> drive = SimulateDrive(settings);
+  const FrameSet simulated = SimulatedSet(drive);
 
-  uint64_t returns = 0;
-  for (uint32_t f = kWarmupFrames; f < frames.size(); ++f) {
-    returns += static_cast<uint64_t>(std::count_if(
-        frames[f].begin(), frames[f].end(), [](const _ori_point& p) { return p.distance > 0.0; }));
+  std::vector<FrameSet> real;
+  const bool haveData = FolderExists(options.data);
+  if (haveData) {
+    real.push_back(SnowfallSet(options.data));
+    real.push_back(CitySet(options.data));
+  } else {
+    std::cerr << "no real frames: " << options.data
+              << " is absent, so only the simulated rows are measured\n";
+  }
+
+  if (options.search) {
+    // The labelled sets: the snowfall frame, and the first frames of the simulated drive (the
+    // peers take seconds a frame there).
+    std::vector<FrameSet> labelled;
+    if (haveData) {
+      labelled.push_back(real.front());
+    }
+    labelled.push_back(simulated);
+    labelled.back().frames.resize(kSearchSimulatedFrames);
+    for (const FrameSet& set : labelled) {
+      Search(set, StatisticalGrid(), PointClass::kNoise);
+      Search(set, RadiusGrid(), PointClass::kNoise);
+      Search(set, GroundGrid(), PointClass::kGround);
+    }
+    return 0;
   }
 
   const std::string configText = ReadText(kConfig);
-  std::vector<NoiseRow> noise;
-  std::cerr << "our pipelines...\n";
-  noise.push_back(RunOurNoise(frames, "ours: default pipeline marlo128.json", configText));
   // The noise filters alone: the default file without the motion and mounting corrections and
   // without ground detection, which are there to move or label returns, not to remove noise.
   const std::string filters =
       ConfigSubset(configText, [](int id) { return id != 27 && id != 31 && id != 35; });
-  noise.push_back(RunOurNoise(frames, "ours: its noise filters only", filters));
 
-  std::vector<double> buildSeconds;
-  const StatisticalOutlierParams sorParams{};
-  StatisticalOutlierRemoval sor(sorParams);
-  std::ostringstream sorSettings;
-  sorSettings << "k = " << sorParams.k << ", m = " << sorParams.stddevFactor << "; 3-D k-d tree";
-  noise.push_back(RunPeerNoise(
-      frames, "statistical outlier removal", sorSettings.str(),
-      [&](const std::vector<Point3>& points, const KdTree& tree, std::vector<uint8_t>& outlier) {
-        sor.Run(points, tree, outlier);
-      },
-      &buildSeconds));
-  const RadiusOutlierParams rorParams{};
-  std::ostringstream rorSettings;
-  rorSettings << "r = " << rorParams.radius << " m, N = " << rorParams.minNeighbours
-              << "; 3-D k-d tree";
-  noise.push_back(RunPeerNoise(
-      frames, "radius outlier removal", rorSettings.str(),
-      [&](const std::vector<Point3>& points, const KdTree& tree, std::vector<uint8_t>& outlier) {
-        RadiusOutlierRemoval(points, tree, rorParams, outlier);
-      },
-      nullptr));
+  std::cerr << "noise removal...\n";
+  std::vector<Row> noise;
+  noise.push_back(
+      OurNoiseRow(simulated.name, drive, "ours: default pipeline marlo128.json", configText));
+  noise.push_back(OurNoiseRow(simulated.name, drive, "ours: its noise filters only", filters));
+  MeasureAll(simulated, OutlierMethods(kBestOnSimulated, "best F1 on the simulated drive"), noise);
+  const std::size_t simulatedNoiseRows = noise.size();
+  for (const FrameSet& set : real) {
+    noise.push_back(PendingRow(set.name, "ours"));
+    MeasureAll(set, OutlierMethods(kBestOnSnowfall, "best F1 on the WADS frame"), noise);
+  }
 
   std::cerr << "ground...\n";
-  std::vector<GroundRow> ground;
-  ground.push_back(RunGroundDet(frames, configText));
-  // The usual settings first; then the two usual remedies when the largest plane is not always
-  // the road: a constraint on the normal, and more triples (with a quarter of the returns on the
-  // road, 100 triples hold an all-road triple with about 80 % chance, 250 with about 98 %).
-  RansacPlaneParams ransacParams;
-  ground.push_back(RunRansac(frames, "RANSAC plane", ransacParams));
-  RansacPlaneParams levelParams = ransacParams;
-  levelParams.maxTiltDegrees = 10.0f;
-  ground.push_back(RunRansac(frames, "RANSAC plane, near-horizontal", levelParams));
-  RansacPlaneParams longerParams = ransacParams;
-  longerParams.iterations = 250;
-  ground.push_back(RunRansac(frames, "RANSAC plane, more triples", longerParams));
+  std::vector<Row> ground;
+  ground.push_back(OurGroundRow(simulated.name, drive, configText));
+  MeasureAll(simulated, GroundMethods(kBestOnSimulated, "best F1 on the simulated drive"), ground);
+  for (const FrameSet& set : real) {
+    ground.push_back(PendingRow(set.name, "ours: GroundDet (id 35)"));
+    MeasureAll(set, GroundMethods(kBestOnSnowfall, "best F1 on the WADS frame"), ground);
+    if (&set == &real.front()) {
+      // The exact filter takes tens of seconds a frame: once, on the labelled frame.
+      MorphologyParams exact = kPclMorphologyDoc;
+      exact.exact = true;
+      ground.push_back(Measure(set, PclMorphology(exact, kDocumented), 1));
+    }
+  }
 
-  std::cout << "Marlo128 city drive, ego speed " << kEgoSpeed << " m/s, seed " << kSeed
-            << ", noise rates: " << RatesText(settings) << ".\n"
-            << "Frames of " << frames.front().size() << " points, " << kWarmupFrames
-            << " warm-up frames, then " << kMeasuredFrames << " measured frames with "
-            << returns / kMeasuredFrames << " returns each on average. Times: median over the "
-            << "measured frames, single thread.\n"
-            << "k-d tree build (gathering the returns included): " << Millis(buildSeconds)
-            << " per frame.\n";
-  PrintNoise(noise);
-  PrintGround(ground);
+  std::cout << "Simulated: Marlo128 city drive, ego speed " << kEgoSpeed << " m/s, seed " << kSeed
+            << ", noise rates: " << RatesText(settings) << "; " << kWarmupFrames
+            << " warm-up frames, then " << kMeasuredFrames << " measured frames of "
+            << drive.front().size() << " points, " << Returns(simulated)
+            << " returns each on average.\n";
+  for (const FrameSet& set : real) {
+    std::cout << set.name << ": " << set.frames.size() << " frame(s), " << Returns(set)
+              << " returns each on average.\n";
+  }
+  std::cout << "PCL " << pcl_peers::Version() << ", Open3D " << open3d_peers::Version()
+            << ". Times: CPU time of the process, median per frame (at least " << kMinTimings
+            << " runs), one thread; a peer's time includes copying the returns into its cloud.\n";
+
+  PrintTable("Noise removal", "Removed", "Noise", "Real removed", PointClass::kNoise, noise);
+  PrintKinds(std::vector<Row>(noise.begin(), noise.begin() + simulatedNoiseRows));
+  PrintTable("Ground", "Labelled ground", "Ground", "Others labelled ground", PointClass::kGround,
+             ground);
+  const Score never = ScoreOf(ground.front().unclassified, PointClass::kGround);
+  std::cout << "\nGroundDet left " << Pct(never.recall)
+            << " of the simulated ground returns unclassified (neither of its labels).\n";
   return 0;
 }
 
@@ -564,6 +627,6 @@ int Main() {
 }  // namespace peers
 }  // namespace velmar
 
-int main() {
-  return velmar::peers::Main();
+int main(int argc, char** argv) {
+  return velmar::peers::Main(argc, argv);
 }

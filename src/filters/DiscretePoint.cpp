@@ -7,8 +7,6 @@ namespace velmar {
 namespace {
 
 constexpr const char* kClassName = "DiscretePoint";
-constexpr int32_t kMaxWindowRows = 4;
-constexpr int32_t kMaxWindowColumns = 8;
 constexpr double kMaxFactor = 50.0;
 constexpr double kMaxRadius = 5.0;
 constexpr int32_t kMaxSupport = 16;
@@ -74,31 +72,17 @@ float DistanceSquared(const ImageReturn& a, const ImageReturn& b) {
 
 }  // namespace
 
-bool DiscretePoint::IsSupported(const std::string& /*lidarTypeName*/) {
-  return true;
-}
-
 void DiscretePoint::ParseParams() {
-  ReadInRange(kClassName, "window_rows", window_rows, 1, kMaxWindowRows);
-  ReadInRange(kClassName, "window_columns", window_columns, 1, kMaxWindowColumns);
+  ReadInRange(kClassName, "window_rows", window_rows, 1, DiscretePoint::kMaxWindowRows);
+  ReadInRange(kClassName, "window_columns", window_columns, 1, DiscretePoint::kMaxWindowColumns);
   ReadInRange(kClassName, "support_factor", support_factor, 0.0, kMaxFactor);
   ReadInRange(kClassName, "continuity_factor", continuity_factor, 0.0, kMaxFactor);
   ReadInRange(kClassName, "min_radius", min_radius, 0.0, kMaxRadius);
   ReadInRange(kClassName, "min_support", min_support, 1, kMaxSupport);
   ReadInRange(kClassName, "weak_intensity", weak_intensity, -1.0, kMaxIntensity);
   ReadInRange(kClassName, "weak_echo", weak_echo, 0.0, kMaxEcho);
-  ReadInRange(kClassName, "column_step", column_step, 0.0, RangeImage::kMaxColumnStepDeg);
-  if (column_step > 0.0 && column_step < RangeImage::kMinColumnStepDeg) {
-    PrintParamOutOfRange(kClassName, "column_step");
-    column_step = 0.0;
-  }
-  ReadParam("debug_using_echo", debug_using_echo);
-  image_ = RangeImage(column_step);
+  ParseImageParams(kClassName);
   BuildOffsets();
-}
-
-void DiscretePoint::ClearCache() {
-  image_.Reset();
 }
 
 void DiscretePoint::BuildOffsets() {
@@ -109,8 +93,12 @@ void DiscretePoint::BuildOffsets() {
     }
   }
   // Nearest cells first: most returns find their support at once.
-  std::stable_sort(offsets_.begin(), offsets_.end(), [](const Offset& a, const Offset& b) {
-    return a.rows * a.rows + a.columns * a.columns < b.rows * b.rows + b.columns * b.columns;
+  // Ties in row then column order, so that the order is total and the sort needs no buffer
+  // (a stable sort would quietly fall back to a slower path when its buffer cannot be had).
+  std::sort(offsets_.begin(), offsets_.end(), [](const Offset& a, const Offset& b) {
+    const int da = a.rows * a.rows + a.columns * a.columns;
+    const int db = b.rows * b.rows + b.columns * b.columns;
+    return da != db ? da < db : (a.rows != b.rows ? a.rows < b.rows : a.columns < b.columns);
   });
 }
 
@@ -174,11 +162,7 @@ void DiscretePoint::Judge(std::vector<_ori_point>& frame, std::size_t first) {
     if (Keep(returns[i], static_cast<int32_t>(i))) {
       continue;
     }
-    _ori_point& p = frame[returns[i].index];
-    p.distance = 0.0;
-    if (debug_using_echo >= 0) {
-      p.label = debug_using_echo;
-    }
+    Remove(frame[returns[i].index]);
   }
 }
 

@@ -9,19 +9,22 @@
 #include <utility>
 #include <vector>
 
-#include "framework/Algorithm.h"
-#include "framework/RangeImage.h"
+#include "framework/RangeImageAlgorithm.h"
 
 namespace velmar {
 
-class DiscretePoint : public Algorithm {
+class DiscretePoint : public RangeImageAlgorithm {
  public:
-  using Algorithm::Algorithm;
+  static constexpr int32_t kMaxWindowRows = 4;
+  static constexpr int32_t kMaxWindowColumns = 8;
+
+  using RangeImageAlgorithm::RangeImageAlgorithm;
 
   void Process(std::vector<_ori_point>& frame) override;
-  bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override;
+  static std::size_t TableBytes(LidarType /*type*/, const NumberParams& /*params*/) {
+    return RangeImage::kTableBytes + OffsetBytes();
+  }
 
   int32_t window_rows = 2;         // rows searched above and below
   int32_t window_columns = 3;      // columns searched on each side
@@ -31,20 +34,21 @@ class DiscretePoint : public Algorithm {
   int32_t min_support = 1;         // supporting neighbours a return needs
   double weak_intensity = 0.5;     // at or below: no measurable reflectance
   double weak_echo = 8.0;          // echo strength below this is weak too (0: off)
-  double column_step = 0.0;        // degrees; 0 learns the sensor's step from the frames
-  int32_t debug_using_echo = -1;   // >= 0: removed returns get this label
 
  private:
   struct Offset {
     int rows;
     int columns;
   };
+  // The search window at its largest.
+  static constexpr std::size_t OffsetBytes() {
+    return (2 * kMaxWindowRows + 1) * (2 * kMaxWindowColumns + 1) * sizeof(Offset);
+  }
   void BuildOffsets();
   bool IsWeak(const ImageReturn& r) const;
   bool Keep(const ImageReturn& r, int32_t self) const;
   void Judge(std::vector<_ori_point>& frame, std::size_t first);
 
-  RangeImage image_{0.0};
   std::vector<Offset> offsets_;  // the window, nearest cells first
 };
 

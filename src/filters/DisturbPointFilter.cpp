@@ -24,10 +24,6 @@ float Squared(float v) {
 
 }  // namespace
 
-bool DisturbPointFilter::IsSupported(const std::string& /*lidarTypeName*/) {
-  return true;
-}
-
 void DisturbPointFilter::ParseParams() {
   ReadInRange(kClassName, "support_factor", support_factor, 0.0, kMaxFactor);
   ReadInRange(kClassName, "min_agreeing", min_agreeing, 1, kNeighbourCells * 4);
@@ -36,17 +32,7 @@ void DisturbPointFilter::ParseParams() {
   ReadInRange(kClassName, "hold_factor", hold_factor, 0.0, kMaxFactor);
   ReadInRange(kClassName, "range_tolerance", range_tolerance, 0.0, kMaxRadius);
   ReadInRange(kClassName, "sweep_gap", sweep_gap, 0.0, kMaxSweepGap);
-  ReadInRange(kClassName, "column_step", column_step, 0.0, RangeImage::kMaxColumnStepDeg);
-  if (column_step > 0.0 && column_step < RangeImage::kMinColumnStepDeg) {
-    PrintParamOutOfRange(kClassName, "column_step");
-    column_step = 0.0;
-  }
-  ReadParam("debug_using_echo", debug_using_echo);
-  image_ = RangeImage(column_step);
-}
-
-void DisturbPointFilter::ClearCache() {
-  image_.Reset();
+  ParseImageParams(kClassName);
 }
 
 // Supported: a neighbour within a few beam separations at r's range.
@@ -208,11 +194,7 @@ void DisturbPointFilter::Judge(std::vector<_ori_point>& frame, std::size_t first
     if (!spike && !Mixed(returns[i], self)) {
       continue;
     }
-    _ori_point& p = frame[returns[i].index];
-    p.distance = 0.0;
-    if (debug_using_echo >= 0) {
-      p.label = debug_using_echo;
-    }
+    Remove(frame[returns[i].index]);
   }
 }
 

@@ -7,19 +7,16 @@
 
 #include <vector>
 
-#include "framework/Algorithm.h"
-#include "framework/RangeImage.h"
+#include "framework/RangeImageAlgorithm.h"
 
 namespace velmar {
 
-class DisturbPointFilter : public Algorithm {
+class DisturbPointFilter : public RangeImageAlgorithm {
  public:
-  using Algorithm::Algorithm;
+  using RangeImageAlgorithm::RangeImageAlgorithm;
 
   void Process(std::vector<_ori_point>& frame) override;
-  bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
-  void ClearCache() override;
 
   double support_factor = 3.0;   // support radius, in beam separations at the range
   double min_radius = 0.05;      // metres, the least support radius
@@ -28,8 +25,6 @@ class DisturbPointFilter : public Algorithm {
   double hold_factor = 1.0;      // a return held by the surface across a step, same unit
   double range_tolerance = 0.1;  // metres of range noise below which two returns agree
   double sweep_gap = 0.005;      // seconds: returns further apart in time are other sweeps
-  double column_step = 0.0;      // degrees; 0 learns the sensor's step from the frames
-  int32_t debug_using_echo = -1;
 
  private:
   bool Supported(const ImageReturn& r, int32_t self) const;
@@ -44,7 +39,6 @@ class DisturbPointFilter : public Algorithm {
   bool Mixed(const ImageReturn& r, int32_t self) const;
   void Judge(std::vector<_ori_point>& frame, std::size_t first);
 
-  RangeImage image_{0.0};
   std::vector<uint8_t> supported_;  // per return of the image
 };
 

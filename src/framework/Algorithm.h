@@ -6,11 +6,14 @@
 #ifndef VELMAR_FRAMEWORK_ALGORITHM_H
 #define VELMAR_FRAMEWORK_ALGORITHM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <map>
 #include <string>
 
 #include "framework/AlgoBase.h"
+#include "framework/ParamBounds.h"
 
 namespace velmar {
 
@@ -22,6 +25,15 @@ class Algorithm : public AlgoBase {
   uint32_t Id() const final { return id; }
   void ParseParams() override {}
   void ClearCache() override {}
+
+  using NumberParams = std::map<std::string, double>;
+  // What an instance holds for `type` and these numeric parameters beyond the object itself: the
+  // tables its constructor and its first frame allocate. Copies of the host's frames and packets
+  // are not counted; they grow with the frames the host feeds. The pipeline sums this over a
+  // configuration before it builds anything (AlgoFootprint in framework/AlgoFactory.h), so an
+  // algorithm that allocates tables hides this with its own, counting every size-driving
+  // parameter at most at its bound.
+  static std::size_t TableBytes(LidarType /*type*/, const NumberParams& /*params*/) { return 0; }
 
  protected:
   // Each ReadParam leaves `field` as it is when `key` is absent and reports whether it was there.
@@ -47,6 +59,18 @@ class Algorithm : public AlgoBase {
   // "[algo]:<Class> param is invalid!" and "[algo]:<Class> <key> is not in the correct range!".
   static void PrintParamInvalid(const char* className);
   static void PrintParamOutOfRange(const char* className, const std::string& key);
+
+  // A size-driving parameter (framework/ParamBounds.h): `value` when it lies within `bound`,
+  // otherwise `fallback`, after the range message naming the bound's key.
+  template <typename Int>
+  static Int WithinBoundOr(const char* className, const ParamBound& bound, Int value,
+                           Int fallback) {
+    if (WithinBound(value, bound)) {
+      return value;
+    }
+    PrintParamOutOfRange(className, bound.key);
+    return fallback;
+  }
 
  private:
   template <typename Field, typename Convert>

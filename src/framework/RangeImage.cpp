@@ -136,9 +136,10 @@ bool RangeImage::Shape(uint32_t channels) {
   if (rows == rowCapacity_ && columns == columns_) {
     return false;
   }
+  // The grid first: should it fail, the image keeps the shape its cells have.
+  cells_.assign(static_cast<std::size_t>(rows) * columns, ImageCell{});
   rowCapacity_ = rows;
   columns_ = columns;
-  cells_.assign(static_cast<std::size_t>(rows) * columns, ImageCell{});
   Index(0);
   return true;
 }
@@ -237,6 +238,12 @@ void RangeImage::EndFrame() {
   }
   returns_.clear();
   LearnedEnough();
+}
+
+void RangeImage::Abandon() {
+  returns_.clear();
+  sorted_.clear();
+  std::fill(cells_.begin(), cells_.end(), ImageCell{});
 }
 
 void RangeImage::Reset() {

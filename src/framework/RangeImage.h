@@ -68,6 +68,9 @@ class RangeImage {
   // Rows a neighbourhood may reach above and below a return.
   static constexpr int kMaxRowSteps = 4;
   static constexpr double kMaxColumnStepDeg = 2.0;
+  // Held by an image before its first frame (the channel order); the grid, at most kMaxCells
+  // cells, is sized by the first frame's channels and column step, the returns by its size.
+  static constexpr std::size_t kTableBytes = kChannelLimit * sizeof(uint16_t);
 
   // `columnStepDeg` 0 learns the step from the data (starting from a fifth of a degree);
   // otherwise it is the fixed step.
@@ -94,8 +97,13 @@ class RangeImage {
       end += closes ? 1 : 0;
       const bool whole = Empty() && (closes || end - begin > kLargestPacket);
       const std::size_t first = returns_.size();
-      Add(points, begin, end, whole);
-      judge(first);
+      try {
+        Add(points, begin, end, whole);
+        judge(first);
+      } catch (...) {
+        Abandon();
+        throw;
+      }
       if (closes || whole) {
         EndFrame();
       }
@@ -111,6 +119,9 @@ class RangeImage {
   void EndFrame();
   // Forgets everything learned as well.
   void Reset();
+  // Forgets the frame's returns and empties every cell, whatever state an interrupted Add left
+  // (memory ran out): allocates nothing, so it cannot fail itself.
+  void Abandon();
 
   std::vector<ImageReturn>& Returns() { return returns_; }
   const std::vector<ImageReturn>& Returns() const { return returns_; }

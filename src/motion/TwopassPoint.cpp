@@ -30,10 +30,6 @@ float Squared(float v) {
 
 }  // namespace
 
-bool TwopassPoint::IsSupported(const std::string& /*lidarTypeName*/) {
-  return true;
-}
-
 void TwopassPoint::ParseParams() {
   ReadInRange(kClassName, "join_angle", join_angle, 0.0, kMaxAngle);
   ReadInRange(kClassName, "same_direction_gap", same_direction_gap, 0.0, kMaxGap);
@@ -44,16 +40,11 @@ void TwopassPoint::ParseParams() {
   ReadInRange(kClassName, "sweep_gap", sweep_gap, 0.0, kMaxSweepGap);
   ReadInRange(kClassName, "write_cluster", write_cluster, 0, 1);
   ReadInRange(kClassName, "max_frame_points", max_frame_points, 1, kMaxHeldPoints);
-  ReadInRange(kClassName, "column_step", column_step, 0.0, RangeImage::kMaxColumnStepDeg);
-  if (column_step > 0.0 && column_step < RangeImage::kMinColumnStepDeg) {
-    PrintParamOutOfRange(kClassName, "column_step");
-    column_step = 0.0;
-  }
-  image_ = RangeImage(column_step);
+  ParseImageParams(kClassName);
 }
 
 void TwopassPoint::ClearCache() {
-  image_.Reset();
+  RangeImageAlgorithm::ClearCache();
   held_.clear();
 }
 
@@ -242,7 +233,7 @@ void TwopassPoint::Resolve(std::vector<_ori_point>& points) {
     uint32_t cluster = 0;
     if (label >= 0 && size_[static_cast<std::size_t>(label)] < static_cast<uint32_t>(min_points) &&
         nearest_[static_cast<std::size_t>(label)] <= noiseRange) {
-      p.distance = 0.0;
+      Remove(p);
     } else if (label >= 0) {
       uint32_t& number = number_[static_cast<std::size_t>(label)];
       number = number == 0 ? next++ : number;
@@ -257,15 +248,20 @@ void TwopassPoint::Resolve(std::vector<_ori_point>& points) {
 void TwopassPoint::Cluster(std::vector<_ori_point>& points, std::size_t begin, std::size_t end) {
   tan_join_ = std::tan(join_angle * kDegToRad);
   tan_ground_ = std::tan(ground_angle * kDegToRad);
-  image_.Add(points, begin, end, true);
-  label_.assign(image_.Returns().size(), kUnlabelled);
-  parent_.clear();
-  if (ground_angle > 0.0) {
-    MarkGround();
+  try {
+    image_.Add(points, begin, end, true);
+    label_.assign(image_.Returns().size(), kUnlabelled);
+    parent_.clear();
+    if (ground_angle > 0.0) {
+      MarkGround();
+    }
+    LabelProvisionally();
+    JoinAcrossTurn();
+    Resolve(points);
+  } catch (...) {
+    image_.Abandon();
+    throw;
   }
-  LabelProvisionally();
-  JoinAcrossTurn();
-  Resolve(points);
   image_.EndFrame();
 }
 

@@ -7,17 +7,15 @@
 
 #include <vector>
 
-#include "framework/Algorithm.h"
-#include "framework/RangeImage.h"
+#include "framework/RangeImageAlgorithm.h"
 
 namespace velmar {
 
-class TwopassPoint : public Algorithm {
+class TwopassPoint : public RangeImageAlgorithm {
  public:
-  using Algorithm::Algorithm;
+  using RangeImageAlgorithm::RangeImageAlgorithm;
 
   void Process(std::vector<_ori_point>& frame) override;
-  bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
   void ClearCache() override;
 
@@ -30,7 +28,6 @@ class TwopassPoint : public Algorithm {
   double sweep_gap = 0.005;           // seconds: returns further apart belong to other sweeps
   int32_t write_cluster = 0;          // 1: the cluster number goes into aux_value
   int32_t max_frame_points = 600000;  // capacity for a frame held back from packets
-  double column_step = 0.0;           // degrees; 0 learns the sensor's step from the frames
 
  private:
   static constexpr int32_t kGround = -2;
@@ -48,7 +45,6 @@ class TwopassPoint : public Algorithm {
   void Withhold(std::vector<_ori_point>& frame, std::size_t begin, std::size_t end);
   std::size_t HandBack(std::vector<_ori_point>& frame, std::size_t at);
 
-  RangeImage image_{0.0};
   double tan_join_ = 0.0;
   double tan_ground_ = 0.0;
   std::vector<int32_t> label_;    // per return: provisional label, kGround or kUnlabelled

@@ -14,6 +14,7 @@
 #include "framework/AlgoCommon.h"
 #include "sim/Import.h"
 #include "sim/Recording.h"
+#include "support/TestSupport.h"
 
 namespace velmar {
 namespace clitest {
@@ -105,9 +106,7 @@ TEST(ImportTest, AxesBeamsLabelsAndIntensityOfAGenericImport) {
   EXPECT_EQ(sim::TruthOfDatasetClass(80), TruthKind::kReal);
 
   // eval scores falling snow, leaves the unlabelled out and reports every dataset class.
-  WriteText(scratch.Path("c.json"),
-            ConfigText("{\"id\": 19, \"enabled\": true, \"name\": \"d\", \"desc\": \"\", "
-                       "\"lidar_type\": [], \"param\": {}}"));
+  WriteText(scratch.Path("c.json"), test::ConfigJson(test::EntryJson(19, "d")));
   const CommandResult eval = RunCli(
       "eval --model KR360 --config " + scratch.Path("c.json") + " " + scratch.Path("rec"), scratch);
   ASSERT_EQ(eval.status, 0) << eval.err;

@@ -5,6 +5,7 @@
 
 #include "sim/FrameBuilder.h"
 #include "sim/Random.h"
+#include "sim/Recording.h"
 #include "sim/Scene.h"
 
 namespace velmar {
@@ -59,6 +60,26 @@ bool Simulator::NextFrame(std::vector<_ori_point>& frame) {
   }
   GenerateFrame(next_++, frame);
   return true;
+}
+
+void WriteSimulatedRecording(const SimulationSettings& settings, const std::string& folder) {
+  Simulator simulator(settings);
+  const SensorModel& model = simulator.Model();
+  RecordingInfo info;
+  info.model = model.name;
+  info.lidarType = model.type;
+  info.packetPoints = model.packetPoints;
+  info.scene = settings.scene;
+  info.noise = settings.noise;
+  info.seed = settings.seed;
+  StagedFolder staged(folder);
+  RecordingWriter writer(staged.Path(), info);
+  std::vector<_ori_point> frame;
+  while (simulator.NextFrame(frame)) {
+    writer.WriteFrame(frame);
+  }
+  writer.Close();
+  staged.Commit();
 }
 
 }  // namespace sim

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "sim/SensorModel.h"
@@ -45,6 +46,12 @@ class Simulator {
   std::unique_ptr<FrameBuilder> builder_;
   uint32_t next_ = 0;
 };
+
+// Simulates every frame of `settings` into a recording folder, as `velmar-algo simulate` does.
+// Throws std::invalid_argument for bad settings and RecordingError when the folder cannot be
+// written. The recording is built beside the folder and moved into place when complete, so a
+// failure never leaves a half-written recording where the old one stood.
+void WriteSimulatedRecording(const SimulationSettings& settings, const std::string& folder);
 
 }  // namespace sim
 }  // namespace velmar

@@ -11,6 +11,7 @@
 #include "FrameFeeder.h"
 #include "Outcome.h"
 #include "Pipeline.h"
+#include "RunRecording.h"
 
 namespace velmar {
 namespace tools {
@@ -18,14 +19,6 @@ namespace {
 
 constexpr double kMillisecondsPerSecond = 1000.0;
 constexpr double kPointsPerMillion = 1e6;
-
-struct RunOptions {
-  std::string model;
-  std::string config;
-  std::string input;
-  std::string output;
-  uint32_t packet = 0;
-};
 
 class RunSummary {
  public:
@@ -59,6 +52,21 @@ class RunSummary {
     out << "time per frame   " << TimeLine() << '\n'
         << "throughput       " << ThroughputLine() << '\n'
         << "written to       " << written << std::endl;
+  }
+
+  RunFigures Figures() const {
+    RunFigures figures;
+    figures.frames = frames_;
+    figures.pointsIn = pointsIn_;
+    figures.pointsOut = pointsOut_;
+    figures.returnsIn = returnsIn_;
+    figures.returnsOut = returnsOut_;
+    figures.unreturned = unreturned_;
+    for (double s : seconds_) {
+      figures.seconds += s;
+    }
+    figures.tally = tally_;
+    return figures;
   }
 
  private:
@@ -106,14 +114,19 @@ class RunSummary {
   std::vector<double> seconds_;
 };
 
+// The output replaces whatever recording is at its place, so it must be neither the input nor
+// a folder holding it.
 void CheckDistinctFolders(const std::string& input, const std::string& output) {
   std::error_code error;
-  if (std::filesystem::exists(output, error) && std::filesystem::equivalent(input, output, error)) {
-    throw CommandError(output + ": output folder is the input recording");
+  const std::filesystem::path in = std::filesystem::weakly_canonical(input, error);
+  const std::filesystem::path out = std::filesystem::weakly_canonical(output, error);
+  const auto mismatch = std::mismatch(out.begin(), out.end(), in.begin(), in.end());
+  if (mismatch.first == out.end()) {
+    throw CommandError(output + ": output folder is the input recording or holds it");
   }
 }
 
-void Run(const RunOptions& options) {
+void RunInto(const RunOptions& options, RunSummary& summary) {
   LidarType model = ParseModel(options.model);
   std::unique_ptr<sim::RecordingReader> reader = OpenRecording(options.input);
   CheckRecordingModel(*reader, options.input, model);
@@ -126,8 +139,8 @@ void Run(const RunOptions& options) {
   info.attributes["source"] = options.input;
   info.attributes["fed_as"] =
       options.packet == 0 ? "frames" : "packets of " + std::to_string(options.packet);
-  sim::RecordingWriter writer(options.output, info);
-  RunSummary summary;
+  sim::StagedFolder staged(options.output);
+  sim::RecordingWriter writer(staged.Path(), info);
   FeedRecording(
       *reader, [&pipeline](std::vector<_ori_point>& unit) { pipeline->Process(unit); },
       options.packet, std::numeric_limits<uint32_t>::max(),
@@ -137,10 +150,22 @@ void Run(const RunOptions& options) {
       },
       "run");
   writer.Close();
+  staged.Commit();
+}
+
+void Run(const RunOptions& options) {
+  RunSummary summary;
+  RunInto(options, summary);
   summary.Print(std::cout, options.output);
 }
 
 }  // namespace
+
+RunFigures RunRecording(const RunOptions& options) {
+  RunSummary summary;
+  RunInto(options, summary);
+  return summary.Figures();
+}
 
 void AddRunCommand(CLI::App& app) {
   auto options = std::make_shared<RunOptions>();

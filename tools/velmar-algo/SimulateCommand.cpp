@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "Commands.h"
-#include "sim/Recording.h"
 #include "sim/Simulator.h"
 
 namespace velmar {
@@ -41,21 +40,8 @@ std::string Catalogue() {
 }
 
 void RunSimulate(const SimulateOptions& options) {
-  sim::Simulator simulator(options.settings);
-  const sim::SensorModel& model = simulator.Model();
-  sim::RecordingInfo info;
-  info.model = model.name;
-  info.lidarType = model.type;
-  info.packetPoints = model.packetPoints;
-  info.scene = options.settings.scene;
-  info.noise = options.settings.noise;
-  info.seed = options.settings.seed;
-  sim::RecordingWriter writer(options.output, info);
-  std::vector<_ori_point> frame;
-  while (simulator.NextFrame(frame)) {
-    writer.WriteFrame(frame);
-  }
-  writer.Close();
+  sim::WriteSimulatedRecording(options.settings, options.output);
+  const sim::SensorModel& model = *sim::FindSensorModel(options.settings.model);
   std::cout << "wrote " << options.settings.frames << " frames of " << model.name << " ("
             << model.PointsPerFrame() << " points each) to " << options.output << std::endl;
 }
