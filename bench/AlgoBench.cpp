@@ -15,7 +15,7 @@ namespace {
 enum class Feed { kFrame, kDrivePacket, kPacket128 };
 
 // The targets each algorithm is measured against, as a ratio to one copy of the frame.
-enum class Kind { kSinglePass, kGridHistory, kFrameHistory };
+enum class Kind { kSinglePass, kGridHistory, kFrameHistory, kClustering };
 
 struct AlgoCase {
   int id;
@@ -36,6 +36,8 @@ const char* KindName(Kind kind) {
       return "grid-history";
     case Kind::kFrameHistory:
       return "frame-history";
+    case Kind::kClustering:
+      return "clustering";
   }
   return "";
 }
@@ -60,6 +62,8 @@ std::vector<AlgoCase> Cases() {
       {8, "CrosstalkFilter", columnType, column, Feed::kDrivePacket, Kind::kSinglePass, "{}", true},
       {8, "CrosstalkFilter", LIDAR_ZEPHEL_T, "ZephelT", Feed::kDrivePacket, Kind::kSinglePass, "{}",
        true},
+      {9, "DisturbPointFilter", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass,
+       "{}"},
       {10, "JointabcProcess", LIDAR_ZEPHEL_B1, column, Feed::kFrame, Kind::kSinglePass,
        "{\"jointabc_node1\": 1, \"jointabc_node2\": 10, \"jointabc_one_face\": 0, "
        "\"jointabc_two_face\": 3}"},
@@ -75,8 +79,11 @@ std::vector<AlgoCase> Cases() {
        "{}", true},
       {18, "SmallBlind", LIDAR_MARLO256_SMALL_BLIND, "Marlo128", Feed::kFrame, Kind::kSinglePass,
        "{\"separate_mirror_ABC_dist\": 3}"},
+      {19, "DiscretePoint", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass, "{}"},
       {20, "CloseRangeNoiseFilter", columnType, column, Feed::kPacket128, Kind::kSinglePass, "{}"},
       {21, "MotionPoint", columnType, column, Feed::kFrame, Kind::kGridHistory, "{}"},
+      {22, "TwopassPoint", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kClustering,
+       "{\"write_cluster\": 1}"},
       {23, "CloseRangeNoise128", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass, "{}"},
       {24, "HighRef128", LIDAR_MARLO128, "Marlo128", Feed::kDrivePacket, Kind::kSinglePass, "{}"},
       {25, "FixedNoise128", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass, "{}"},

@@ -36,3 +36,16 @@ echo "outcome (kept/removed, real/noise): $OUT/outcome.png"
 echo "after (what the host receives):    $OUT/after.png"
 echo "bar chart per algorithm:           $OUT/eval.png"
 echo "figures as JSON:                   $OUT/eval.json"
+
+# Real snowfall, when the shared frames sit beside the repository (they are never copied in).
+WADS=../shared/data/wads-sample
+if [ -f "$WADS/sample.bin" ]; then
+  echo
+  echo "== a real snowfall frame, imported and cleaned by configs/imported.json"
+  "$TOOL" import "$WADS/sample.bin" --label "$WADS/sample.label" -o "$OUT/wads" >/dev/null
+  "$TOOL" eval --model KR360 --config configs/imported.json "$OUT/wads" |
+    sed -n '/^whole pipeline$/,/F1/p'
+else
+  echo
+  echo "(no $WADS beside the repository: the real snowfall frame is left out)"
+fi

@@ -1,79 +1,60 @@
 #include "PeerFrame.h"
 
-#include <cstring>
-#include <fstream>
-#include <iterator>
-
+#include "sim/Import.h"
 #include "sim/Truth.h"
 
 namespace velmar {
 namespace peers {
 namespace {
 
-constexpr uint32_t kFallingSnow = 110;
-constexpr uint32_t kGroundClasses[] = {40, 44, 48, 49, 60, 72, 111};
 constexpr uint32_t kSemanticClassMask = 0xFFFFu;
-constexpr std::size_t kKittiFloatsPerPoint = 4;
 
-std::vector<char> ReadBytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    throw FrameError(path + ": cannot open");
+// The points of a KITTI frame as the importer reads them, in the file's own axes, classed by
+// their labels when the frame has them.
+PeerFrame FrameOfCloud(const sim::SourceCloud& cloud) {
+  PeerFrame frame;
+  frame.points.reserve(cloud.Size());
+  for (std::size_t i = 0; i < cloud.Size(); ++i) {
+    frame.points.emplace_back(cloud.x[i], cloud.y[i], cloud.z[i]);
   }
-  return std::vector<char>(std::istreambuf_iterator<char>(file), {});
+  frame.classes.assign(cloud.Size(), PointClass::kUnscored);
+  for (std::size_t i = 0; i < cloud.label.size(); ++i) {
+    frame.classes[i] = ClassOfSemanticLabel(cloud.label[i]);
+  }
+  return frame;
+}
+
+PeerFrame ReadFrame(const std::string& binPath, const std::string& labelPath) {
+  try {
+    return FrameOfCloud(sim::ReadKittiBin(binPath, labelPath));
+  } catch (const sim::ImportError& error) {
+    throw FrameError(error.what());
+  }
 }
 
 }  // namespace
 
+// One mapping of the dataset's classes, the importer's, so that peers_bench and eval score the
+// same returns as noise, ground and objects.
 PointClass ClassOfSemanticLabel(uint32_t label) {
-  const uint32_t semantic = label & kSemanticClassMask;
-  if (semantic == 0) {
-    return PointClass::kUnscored;
-  }
-  if (semantic == kFallingSnow) {
-    return PointClass::kNoise;
-  }
-  for (const uint32_t ground : kGroundClasses) {
-    if (semantic == ground) {
+  switch (sim::TruthOfDatasetClass(label & kSemanticClassMask)) {
+    case sim::TruthKind::kUnlabelled:
+      return PointClass::kUnscored;
+    case sim::TruthKind::kSnow:
+      return PointClass::kNoise;
+    case sim::TruthKind::kGround:
       return PointClass::kGround;
-    }
+    default:
+      return PointClass::kObject;
   }
-  return PointClass::kObject;
 }
 
 PeerFrame ReadKittiFrame(const std::string& binPath) {
-  const std::vector<char> bytes = ReadBytes(binPath);
-  constexpr std::size_t kPointBytes = kKittiFloatsPerPoint * sizeof(float);
-  if (bytes.size() % kPointBytes != 0) {
-    throw FrameError(binPath + ": " + std::to_string(bytes.size()) +
-                     " bytes is not a whole number of 16-byte points");
-  }
-  PeerFrame frame;
-  const std::size_t count = bytes.size() / kPointBytes;
-  frame.points.resize(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    float xyzi[kKittiFloatsPerPoint];
-    std::memcpy(xyzi, bytes.data() + i * kPointBytes, kPointBytes);
-    frame.points[i] = Eigen::Vector3f(xyzi[0], xyzi[1], xyzi[2]);
-  }
-  frame.classes.assign(count, PointClass::kUnscored);
-  return frame;
+  return ReadFrame(binPath, "");
 }
 
 PeerFrame ReadLabelledKittiFrame(const std::string& binPath, const std::string& labelPath) {
-  PeerFrame frame = ReadKittiFrame(binPath);
-  const std::vector<char> bytes = ReadBytes(labelPath);
-  if (bytes.size() != frame.points.size() * sizeof(uint32_t)) {
-    throw FrameError(labelPath + ": " + std::to_string(bytes.size()) + " bytes, expected one " +
-                     "uint32 label for each of the " + std::to_string(frame.points.size()) +
-                     " points");
-  }
-  for (std::size_t i = 0; i < frame.points.size(); ++i) {
-    uint32_t label;
-    std::memcpy(&label, bytes.data() + i * sizeof label, sizeof label);
-    frame.classes[i] = ClassOfSemanticLabel(label);
-  }
-  return frame;
+  return ReadFrame(binPath, labelPath);
 }
 
 PeerFrame FrameFromRecords(const std::vector<_ori_point>& records) {

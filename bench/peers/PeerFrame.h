@@ -32,13 +32,15 @@ class FrameError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// SemanticKITTI numbering as the snowfall data labels it: falling snow is the noise, road,
-// parking, sidewalk, other ground, lane marking, terrain and lying snow are ground, 0 is
-// unlabelled. Only the low 16 bits carry the class.
+// SemanticKITTI numbering as the snowfall data labels it, mapped as the importer maps it
+// (sim::TruthOfDatasetClass): falling snow is the noise, road, parking, sidewalk, other ground,
+// lane marking, terrain and lying snow are ground, 0 is unlabelled. Only the low 16 bits carry
+// the class.
 PointClass ClassOfSemanticLabel(uint32_t label);
 
-// A KITTI-layout frame (float32 x, y, z, intensity per point); unlabelled. Throws FrameError when
-// the file is missing or its size is not a whole number of points.
+// A KITTI-layout frame (float32 x, y, z, intensity per point), read by the importer's reader
+// (sim/Import.h); unlabelled. Throws FrameError when the file is missing or its size is not a
+// whole number of points.
 PeerFrame ReadKittiFrame(const std::string& binPath);
 // The same with one uint32 SemanticKITTI label per point.
 PeerFrame ReadLabelledKittiFrame(const std::string& binPath, const std::string& labelPath);

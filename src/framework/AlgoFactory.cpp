@@ -5,6 +5,8 @@
 #include "filters/CrosstalkFilter.h"
 #include "filters/CrosstalkFilter2.h"
 #include "filters/DeletePoint.h"
+#include "filters/DiscretePoint.h"
+#include "filters/DisturbPointFilter.h"
 #include "filters/DragPoint.h"
 #include "filters/FixedNoise128.h"
 #include "filters/HighRef128.h"
@@ -28,6 +30,7 @@
 #include "geometry/UnderGroundPoint.h"
 #include "ground/GroundDet.h"
 #include "motion/MotionPoint.h"
+#include "motion/TwopassPoint.h"
 #include "motion/UndistortPoint.h"
 #include "motion/UndistortPoint2.h"
 #include "motion/UndistortPointMove.h"
@@ -54,6 +57,8 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<OutlierPoint>(name, desc, type);
     case 8:
       return std::make_shared<CrosstalkFilter>(name, desc, type);
+    case 9:
+      return std::make_shared<DisturbPointFilter>(name, desc, type);
     case 10:
       return std::make_shared<JointabcProcess>(name, desc, type);
     case 12:
@@ -70,10 +75,14 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<CrosstalkFilter2>(name, desc, type);
     case 18:
       return std::make_shared<SmallBlind>(name, desc, type);
+    case 19:
+      return std::make_shared<DiscretePoint>(name, desc, type);
     case 20:
       return std::make_shared<CloseRangeNoiseFilter>(name, desc, type);
     case 21:
       return std::make_shared<MotionPoint>(name, desc, type);
+    case 22:
+      return std::make_shared<TwopassPoint>(name, desc, type);
     case 23:
       return std::make_shared<CloseRangeNoise128>(name, desc, type);
     case 24:
@@ -98,13 +107,9 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<UndistortPointMove>(name, desc, type);
     case 35:
       return std::make_shared<GroundDet>(name, desc, type);
-    // Disturbed points (9), reflectance calibration (11), discrete points (19), two-pass
-    // clustering (22) and region of interest (32) are not provided by this library; their ids
-    // still load so that a host's configuration keeps working.
-    case 9:
+    // Reflectance calibration (11) and region of interest (32) are not provided by this library;
+    // their ids still load so that a host's configuration keeps working.
     case 11:
-    case 19:
-    case 22:
     case 32:
       return std::make_shared<PassThroughAlgo>(name, desc, type);
     default:
@@ -135,6 +140,7 @@ constexpr FootprintEntry kFootprints[] = {
     {6, FootprintOf<MirrorMotionCompensation>},
     {7, FootprintOf<OutlierPoint>},
     {8, FootprintOf<CrosstalkFilter>},
+    {9, FootprintOf<DisturbPointFilter>},
     {10, FootprintOf<JointabcProcess>},
     {12, FootprintOf<DragPoint>},
     {13, FootprintOf<RainfogFilter>},
@@ -143,8 +149,10 @@ constexpr FootprintEntry kFootprints[] = {
     {16, FootprintOf<DeletePoint>},
     {17, FootprintOf<CrosstalkFilter2>},
     {18, FootprintOf<SmallBlind>},
+    {19, FootprintOf<DiscretePoint>},
     {20, FootprintOf<CloseRangeNoiseFilter>},
     {21, FootprintOf<MotionPoint>},
+    {22, FootprintOf<TwopassPoint>},
     {23, FootprintOf<CloseRangeNoise128>},
     {24, FootprintOf<HighRef128>},
     {25, FootprintOf<FixedNoise128>},

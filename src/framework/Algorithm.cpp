@@ -59,6 +59,26 @@ bool Algorithm::HasAllParams(std::initializer_list<const char*> keys) const {
   return true;
 }
 
+void Algorithm::ReadInRange(const char* className, const std::string& key, double& field,
+                            double low, double high) const {
+  double value = 0.0;
+  if (!ReadParam(key, value)) {
+    return;
+  }
+  if (!(value >= low && value <= high)) {
+    PrintParamOutOfRange(className, key);
+    return;
+  }
+  field = value;
+}
+
+void Algorithm::ReadInRange(const char* className, const std::string& key, int32_t& field,
+                            double low, double high) const {
+  double value = static_cast<double>(field);
+  ReadInRange(className, key, value, low, high);
+  field = TruncateToInt32(value);
+}
+
 void Algorithm::PrintParamInvalid(const char* className) {
   PrintLine(std::string("[algo]:") + className + " param is invalid!");
 }

@@ -53,6 +53,14 @@ class Algorithm : public AlgoBase {
 
   bool HasAllParams(std::initializer_list<const char*> keys) const;
 
+  // Reads `key` into `field` when present. A value outside [low, high], or not a number, is
+  // reported as out of range and leaves `field` as it was (its default); integers are truncated
+  // toward zero after the check.
+  void ReadInRange(const char* className, const std::string& key, double& field, double low,
+                   double high) const;
+  void ReadInRange(const char* className, const std::string& key, int32_t& field, double low,
+                   double high) const;
+
   // "[algo]:<Class> param is invalid!" and "[algo]:<Class> <key> is not in the correct range!".
   static void PrintParamInvalid(const char* className);
   static void PrintParamOutOfRange(const char* className, const std::string& key);

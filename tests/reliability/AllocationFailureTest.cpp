@@ -32,12 +32,14 @@ struct DefaultConfig {
 };
 
 // demo.json is for a ZephelB1, which the simulator does not model; a ZephelB2 drive feeds it.
+// imported.json runs on any model.
 const DefaultConfig kDefaultConfigs[] = {
     {"marlo128.json", LIDAR_MARLO128, "Marlo128"},
     {"zephelt.json", LIDAR_ZEPHEL_T, "ZephelT"},
     {"zephelb2.json", LIDAR_ZEPHEL_B2_B3_MP, "ZephelB2/B3/MP"},
     {"quilla4.json", LIDAR_QUILL_A4, "QuillA4"},
     {"demo.json", LIDAR_ZEPHEL_B1, "ZephelB2/B3/MP"},
+    {"imported.json", LIDAR_KR360, "Orvik16"},  // any model: the smallest drive
 };
 
 // Of every frame, one packet in this many is fed, and always those past the end of a face's sweep

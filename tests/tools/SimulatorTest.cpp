@@ -317,6 +317,62 @@ double NearestBoxHit(const std::vector<SceneBox>& boxes, const SensorModel& m, d
 
 // The per-column candidate lists of the scene must never hide an object: for a mirror sensor,
 // and for a full-turn sensor driving forward and reversing (objects behind as well).
+// With every rate at 1, each spike is its clean surface return moved 1.5-25 m along the same beam;
+// each mixed return lies between its clean far surface and a nearer edge in the next or previous
+// column (Marlo128: 128 channels a column).
+TEST(SimulatorTruthTest, SpikesJumpAlongTheirBeamMixedReturnsLieBetweenEdgeAndSurface) {
+  const std::vector<_ori_point> clean = Generate(Settings("Marlo128", "city", 5));
+  const std::vector<_ori_point> spiked = WithAllOf("Marlo128", NoiseKind::kSpike, 5);
+  const std::vector<std::size_t> spikes = IndicesOf(spiked, TruthKind::kSpike);
+  EXPECT_GT(spikes.size(), clean.size() / 10);
+  for (std::size_t i : spikes) {
+    ASSERT_TRUE(IsSurfaceTruth(TruthKindOf(clean[i]))) << i;
+    const double jump = std::fabs(spiked[i].distance - clean[i].distance);
+    EXPECT_TRUE(jump > 1.5 - 0.1 && jump < 25.0 + 0.1) << i << " " << jump;
+    const double scale = spiked[i].distance / clean[i].distance;
+    EXPECT_NEAR(spiked[i].z, clean[i].z * scale, 0.05 * spiked[i].distance) << i;
+  }
+  const std::vector<_ori_point> mixed = WithAllOf("Marlo128", NoiseKind::kMixed, 5);
+  const std::vector<std::size_t> at = IndicesOf(mixed, TruthKind::kMixed);
+  EXPECT_GT(at.size(), 100u);
+  for (std::size_t i : at) {
+    bool between = false;
+    for (std::size_t j : {i - 128, i + 128}) {
+      if (j < clean.size() && IsSurfaceTruth(TruthKindOf(clean[j]))) {
+        between = between ||
+                  (clean[j].distance < mixed[i].distance && mixed[i].distance < clean[i].distance);
+      }
+    }
+    EXPECT_TRUE(between) << "mixed return " << i;
+  }
+}
+
+// Street furniture: poles, posts and wires are seen, each a thin object of its own; without the
+// option the scene is the one it always was.
+TEST(SceneTest, StreetFurnitureIsThinAndSeen) {
+  SimulationSettings s = Settings("Marlo128", "city", 8);
+  s.scene.furniture = true;
+  Simulator simulator(s);
+  std::vector<_ori_point> frame;
+  simulator.GenerateFrame(0, frame);
+  const std::vector<SceneBox>& boxes = simulator.World().Boxes();
+  std::set<uint32_t> thinSeen;
+  for (const _ori_point& p : frame) {
+    const uint32_t object = TruthObjectOf(p);
+    if (TruthKindOf(p) != TruthKind::kReal || object == kNoTruthObject) {
+      continue;
+    }
+    const SceneBox& box = boxes[object - 1];
+    const double thinnest =
+        std::min({box.maxX - box.minX, box.maxY - box.minY, box.maxZ - box.minZ});
+    if (thinnest < 0.15) {
+      thinSeen.insert(object);
+    }
+  }
+  EXPECT_GE(thinSeen.size(), 4u);
+  EXPECT_FALSE(SameBytes(frame, Generate(Settings("Marlo128", "city", 8))));
+}
+
 TEST(SceneTest, EveryObjectInTheFieldIsSeen) {
   const std::tuple<const char*, double, std::size_t> cases[] = {
       {"ZephelT", 6.0, 5}, {"Orvik16", 8.0, 1}, {"Orvik16", -6.0, 1}};

@@ -13,12 +13,7 @@ namespace sim {
 namespace {
 
 constexpr double kRangeNoiseSigma = 0.02;  // metres, on surface returns
-// Pulse width of a diffuse surface grows with the log of the received energy; a
-// retro-reflector saturates the receiver and stretches the pulse beyond every diffuse return.
-constexpr double kPulseFloor = 6.0;
-constexpr double kPulseGain = 5.0;
-constexpr double kMaxDiffusePulse = 38.0;
-constexpr double kMinPulse = 1.5;
+// A retro-reflector saturates the receiver and stretches the pulse beyond every diffuse return.
 constexpr double kRetroPulseLow = 44.0;
 constexpr double kRetroPulseHigh = 52.0;
 
@@ -28,6 +23,10 @@ constexpr double kGhostOffset67Low = 66.0;
 constexpr double kGhostOffset67High = 68.0;
 constexpr double kDragEdgeGap = 1.0;   // depth step (metres) that leaves a smear
 constexpr double kDragMaxDepth = 1.8;  // how far behind the near edge smear points lie
+constexpr double kSpikeLow = 1.5;      // metres a spike jumps, at least
+constexpr double kSpikeHigh = 25.0;    // and at most
+constexpr double kSpikeNearest = 0.5;  // no spike lands nearer than this
+constexpr double kMixedMinGap = 1.0;   // depth step (metres) between two surfaces that mixes
 
 double Clamp(double value, double low, double high) {
   return std::min(high, std::max(low, value));
@@ -81,10 +80,9 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
   if (artefacts_.Enabled()) {
     artefacts_.StartFrame(frame.size());
   }
-  const double frameStart = index * model_.FramePeriodSec();
   std::size_t base = 0;
   for (uint32_t slot = 0; slot < model_.faces; ++slot) {
-    const double sweepStart = frameStart + slot * model_.facePeriodSec;
+    const double sweepStart = model_.ColumnTimeSec(index, slot, 0);
     scene.PrepareSweep(sweepStart, sweepStart + model_.facePeriodSec);
     for (uint32_t column = 0; column < model_.ColumnsPerFace(); ++column) {
       Column col;
@@ -93,7 +91,7 @@ void FrameBuilder::Build(Scene& scene, uint32_t index, std::vector<_ori_point>& 
       col.angleDeg = model_.ColumnAngleDeg(column);
       col.cosAz = std::cos(col.angleDeg * kDegToRad);
       col.sinAz = std::sin(col.angleDeg * kDegToRad);
-      col.time = sweepStart + column * model_.ColumnPeriodSec();
+      col.time = model_.ColumnTimeSec(index, slot, column);
       col.timestampNs = ToNanoseconds(col.time);
       col.base = base;
       BuildColumn(scene, col, frame);
@@ -128,6 +126,7 @@ void FrameBuilder::BuildColumn(Scene& scene, const Column& col, std::vector<_ori
   std::fill(edgeNow_.begin(), edgeNow_.end(), 0);
   if (col.column > 0) {
     AddDrag(col, frame);
+    AddMixed(col, frame);
   }
   previousColumn_ = col;
 }
@@ -144,9 +143,8 @@ FrameBuilder::Return FrameBuilder::SurfaceReturn(const SurfaceHit& hit) {
     ret.intensity = kMaxIntensity;
     return ret;
   }
-  const double energy = ReceivedEnergy(hit.reflectivity, hit.range);
-  ret.pulse = Clamp(kPulseFloor + kPulseGain * std::log1p(energy) + 0.5 * surfaceRng_.Normal(),
-                    kMinPulse, kMaxDiffusePulse);
+  ret.pulse = Clamp(DiffusePulseWidth(hit.reflectivity, hit.range) + 0.5 * surfaceRng_.Normal(),
+                    kMinDiffusePulse, kMaxDiffusePulse);
   ret.intensity = Clamp(hit.reflectivity * kMaxIntensity * (1.0 + 0.05 * surfaceRng_.Normal()), 1.0,
                         kMaxIntensity);
   return ret;
@@ -161,6 +159,9 @@ void FrameBuilder::AddBeamNoise(const Column& col, uint32_t channelIndex, Return
   // Drops and fog are only seen in front of the target; the detector-side kinds replace the
   // return whatever lies behind them.
   auto inFront = [&ret](double range) { return ret.range <= 0.0 || range < ret.range; };
+  if (IsSurfaceTruth(TruthKindOf(ret.truth)) && Happens(NoiseKind::kSpike)) {
+    AddSpike(ret);
+  }
   if (Happens(NoiseKind::kFog)) {
     Rng& rng = NoiseRng(NoiseKind::kFog);
     const double range = rng.Uniform(0.3, 6.0);
@@ -203,6 +204,22 @@ void FrameBuilder::AddBeamNoise(const Column& col, uint32_t channelIndex, Return
     Rng& rng = NoiseRng(NoiseKind::kCloseRange);
     ret = {rng.Uniform(0.3, 5.0), rng.Uniform(1.0, 5.5), rng.Uniform(1.0, 10.0),
            EncodeTruth(TruthKind::kCloseRange, false)};
+  }
+}
+
+// The surface return's range jumps along the beam, nearer or farther, staying within the
+// sensor's range; pulse and intensity stay those of the surface.
+void FrameBuilder::AddSpike(Return& ret) {
+  Rng& rng = NoiseRng(NoiseKind::kSpike);
+  const double jump = rng.Uniform(kSpikeLow, kSpikeHigh);
+  const bool nearer = rng.Chance(0.5);
+  double range = nearer ? ret.range - jump : ret.range + jump;
+  if (range < kSpikeNearest || range > model_.maxRange) {
+    range = nearer ? ret.range + jump : ret.range - jump;
+  }
+  if (range >= kSpikeNearest && range <= model_.maxRange) {
+    ret.range = range;
+    ret.truth = EncodeTruth(TruthKind::kSpike);
   }
 }
 
@@ -360,6 +377,36 @@ void FrameBuilder::AddDrag(const Column& col, std::vector<_ori_point>& frame) {
     if (!farIsNow) {
       edgeNow_[ch] = 1;
     }
+  }
+}
+
+// Where the depth steps by more than a metre between two surfaces in neighbouring columns, the
+// beam on the far side partly catches both and reports a range between them, with a pulse and
+// an intensity between theirs.
+void FrameBuilder::AddMixed(const Column& col, std::vector<_ori_point>& frame) {
+  if (Rate(NoiseKind::kMixed) <= 0.0) {
+    return;
+  }
+  const std::size_t previousBase = col.base - model_.channels;
+  for (uint32_t ch = 0; ch < model_.channels; ++ch) {
+    const SurfaceHit& before = previous_[ch];
+    const SurfaceHit& now = beams_[ch];
+    if (before.range <= 0.0 || now.range <= 0.0 || before.object == now.object ||
+        std::fabs(now.range - before.range) <= kMixedMinGap) {
+      continue;
+    }
+    const bool farIsNow = now.range > before.range;
+    _ori_point& target = frame[(farIsNow ? col.base : previousBase) + ch];
+    const _ori_point& edge = frame[(farIsNow ? previousBase : col.base) + ch];
+    if (!IsSurfaceTruth(TruthKindOf(edge)) || !IsSurfaceTruth(TruthKindOf(target)) ||
+        !Happens(NoiseKind::kMixed)) {
+      continue;
+    }
+    const double share = NoiseRng(NoiseKind::kMixed).Uniform(0.1, 0.9);
+    const Return ret{edge.distance + share * (target.distance - edge.distance),
+                     0.5 * (edge.pulse_width + target.pulse_width),
+                     0.5 * (edge.intensity + target.intensity), EncodeTruth(TruthKind::kMixed)};
+    WritePoint(farIsNow ? col : previousColumn_, ch, ret, target);
   }
 }
 

@@ -58,6 +58,8 @@ class FrameBuilder {
   void AddGhost(const Column& col, uint32_t channelIndex, double range,
                 std::vector<_ori_point>& frame);
   void AddDrag(const Column& col, std::vector<_ori_point>& frame);
+  void AddSpike(Return& ret);
+  void AddMixed(const Column& col, std::vector<_ori_point>& frame);
 
   const SensorModel& model_;
   NoiseSettings noise_;

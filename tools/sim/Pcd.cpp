@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/Pcd.h"
 #include "sim/Recording.h"
 
 namespace velmar {
@@ -114,13 +115,6 @@ bool ParseCount(const std::string& text, uint64_t& value) {
   return true;
 }
 
-struct PcdHeader {
-  uint64_t width = 0;
-  uint64_t height = 0;
-  uint64_t points = 0;
-  std::size_t bytes = 0;  // header length, where the data starts
-};
-
 // Reads one header line; false at end of file. Fails on an over-long line.
 bool ReadHeaderLine(std::istream& in, const std::string& path, std::size_t& used,
                     std::string& line) {
@@ -149,7 +143,9 @@ void CheckEntry(const std::string& path, const std::string& key, const std::stri
   }
 }
 
-PcdHeader ReadHeader(std::istream& in, const std::string& path) {
+}  // namespace
+
+PcdHeader ReadPcdHeader(std::istream& in, const std::string& path) {
   static const char* const kOrder[] = {"VERSION", "FIELDS", "SIZE",      "TYPE",   "COUNT",
                                        "WIDTH",   "HEIGHT", "VIEWPOINT", "POINTS", "DATA"};
   PcdHeader header;
@@ -172,14 +168,11 @@ PcdHeader ReadHeader(std::istream& in, const std::string& path) {
       if (value != "0.7" && value != ".7") {
         Fail(path, "unsupported PCD version \"" + value + "\" (expected 0.7)");
       }
-    } else if (key == "FIELDS") {
-      CheckEntry(path, key, value, FieldNames());
-    } else if (key == "SIZE") {
-      CheckEntry(path, key, value, FieldSizes());
-    } else if (key == "TYPE") {
-      CheckEntry(path, key, value, FieldTypes());
-    } else if (key == "COUNT") {
-      CheckEntry(path, key, value, FieldCounts());
+    } else if (key == "FIELDS" || key == "SIZE" || key == "TYPE" || key == "COUNT") {
+      (key == "FIELDS" ? header.fields
+       : key == "SIZE" ? header.sizes
+       : key == "TYPE" ? header.types
+                       : header.counts) = value;
     } else if (key == "WIDTH" || key == "HEIGHT" || key == "POINTS") {
       uint64_t number = 0;
       if (!ParseCount(value, number)) {
@@ -187,9 +180,7 @@ PcdHeader ReadHeader(std::istream& in, const std::string& path) {
       }
       (key == "WIDTH" ? header.width : key == "HEIGHT" ? header.height : header.points) = number;
     } else if (key == "DATA") {
-      if (value != "binary") {
-        Fail(path, "DATA " + value + " is not supported (only binary)");
-      }
+      header.data = value;
     }
     ++entry;
   }
@@ -199,6 +190,19 @@ PcdHeader ReadHeader(std::istream& in, const std::string& path) {
                    std::to_string(header.points));
   }
   return header;
+}
+
+namespace {
+
+// A frame file must describe the point record exactly, in binary.
+void CheckRecordHeader(const PcdHeader& header, const std::string& path) {
+  CheckEntry(path, "FIELDS", header.fields, FieldNames());
+  CheckEntry(path, "SIZE", header.sizes, FieldSizes());
+  CheckEntry(path, "TYPE", header.types, FieldTypes());
+  CheckEntry(path, "COUNT", header.counts, FieldCounts());
+  if (header.data != "binary") {
+    Fail(path, "DATA " + header.data + " is not supported (only binary)");
+  }
 }
 
 }  // namespace
@@ -237,7 +241,8 @@ void ReadPcd(const std::string& path, std::vector<_ori_point>& frame) {
   if (!in) {
     Fail(path, "cannot open the file");
   }
-  const PcdHeader header = ReadHeader(in, path);
+  const PcdHeader header = ReadPcdHeader(in, path);
+  CheckRecordHeader(header, path);
   in.seekg(0, std::ios::end);
   const uint64_t fileBytes = static_cast<uint64_t>(in.tellg());
   const uint64_t dataBytes = fileBytes - header.bytes;

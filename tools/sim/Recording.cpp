@@ -66,6 +66,10 @@ void WriteIndex(const std::string& folder, const RecordingInfo& info) {
     w.Key("yaw_rate");
     w.Double(info.scene.yawRate);
   }
+  if (info.scene.furniture) {
+    w.Key("furniture");
+    w.Bool(true);
+  }
   w.EndObject();
   w.Key("noise");
   w.StartObject();
@@ -223,7 +227,10 @@ RecordingInfo ParseIndex(const std::string& path) {
   if (scene.Value().HasMember("yaw_rate")) {
     info.scene.yawRate = scene.Number("yaw_rate");
   }
+  const auto furniture = scene.Value().FindMember("furniture");
+  info.scene.furniture = furniture != scene.Value().MemberEnd() && furniture->value.IsTrue();
   const IndexReader noise = root.Object("noise");
+  // Kinds added after a recording was made are absent from its index: they were off.
   for (const NoiseKindInfo& kind : NoiseKinds()) {
     if (!kind.listedWhenOff && !noise.Has(kind.name)) {
       continue;

@@ -4,6 +4,7 @@
 #define VELMAR_TOOLS_SIM_RETURN_MODEL_H
 
 #include <algorithm>
+#include <cmath>
 
 namespace velmar {
 namespace sim {
@@ -20,6 +21,18 @@ constexpr double kNearestEnergyRange = 0.5;
 inline double ReceivedEnergy(double reflectivity, double range) {
   const double r = std::max(range, kNearestEnergyRange);
   return reflectivity * kPulseEnergyScale / (r * r);
+}
+
+// Pulse width of a diffuse surface grows with the log of the received energy, within these.
+constexpr double kPulseFloor = 6.0;
+constexpr double kPulseGain = 5.0;
+constexpr double kMinDiffusePulse = 1.5;
+constexpr double kMaxDiffusePulse = 38.0;
+
+// Mean pulse width of a diffuse surface of `reflectivity` at `range`, before receiver noise and
+// the clamp to [kMinDiffusePulse, kMaxDiffusePulse].
+inline double DiffusePulseWidth(double reflectivity, double range) {
+  return kPulseFloor + kPulseGain * std::log1p(ReceivedEnergy(reflectivity, range));
 }
 
 }  // namespace sim

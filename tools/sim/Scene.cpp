@@ -39,6 +39,20 @@ constexpr double kWalkingSpeed = 1.4;
 constexpr double kSignWidth = 0.8;
 constexpr double kSignDepth = 0.06;
 
+// Street furniture: its own random stream, so the rest of the city stays where it was.
+constexpr uint64_t kFurnitureStream = 0xF0A17;
+constexpr double kPoleSide = 0.14;
+constexpr double kPoleHeight = 7.0;
+constexpr double kPoleX = 7.4;  // on the pavement, just past the curb
+constexpr double kPostSide = 0.08;
+constexpr double kPostX = 7.9;
+constexpr double kPlateWidth = 0.6;
+constexpr double kPlateDepth = 0.04;
+constexpr double kWireThickness = 0.03;
+constexpr double kWireAlongX = 8.6;  // wires along the street, above the pavements
+constexpr double kWireAlongZ = 7.4;
+constexpr double kWireAcrossZ = 6.5;  // wires across the street
+
 SceneBox MakeBox(double x0, double x1, double y0, double y1, double z0, double z1,
                  double reflectivity) {
   SceneBox box{};
@@ -121,6 +135,9 @@ Scene::Scene(const SceneSettings& settings, const SensorModel& model, double dur
     roadHalfWidth_ = kCityRoadHalfWidth;
     curbHeight_ = kCurbHeight;
     LayOutCity(seed, yStart, yEnd);
+    if (settings.furniture) {
+      LayOutStreetFurniture(StreamSeed(seed, kFurnitureStream), yStart, yEnd);
+    }
   } else if (settings.name == "highway") {
     roadHalfWidth_ = kHighwayRoadHalfWidth;
     curbHeight_ = 0.0;
@@ -175,6 +192,42 @@ void Scene::LayOutCity(uint64_t seed, double yStart, double yEnd) {
   // Reflective signs at the right edge of the road, facing the traffic.
   for (double y = 22.0; y < yEnd; y += 60.0) {
     boxes_.push_back(Sign(6.6, 6.6 + kSignWidth, y, 1.8, 2.6));
+  }
+}
+
+// Thin objects, the classic victims of isolated-point filters: street-light poles on both
+// pavements, sign posts with a small plate facing the traffic (post and plate are one object),
+// and wires above the pavements along the street and across it. They come after every other box,
+// so the other objects keep their numbers.
+void Scene::LayOutStreetFurniture(uint64_t seed, double yStart, double yEnd) {
+  Rng rng(seed);
+  for (double side : {-1.0, 1.0}) {
+    for (double y = yStart + rng.Uniform(0.0, 20.0); y < yEnd; y += rng.Uniform(25.0, 35.0)) {
+      const double x = side * kPoleX;
+      boxes_.push_back(
+          MakeBox(x - kPoleSide / 2, x + kPoleSide / 2, y, y + kPoleSide, 0.0, kPoleHeight, 0.3));
+    }
+    for (double y = yStart + rng.Uniform(5.0, 30.0); y < yEnd; y += rng.Uniform(40.0, 70.0)) {
+      const double x = side * kPostX;
+      const double top = rng.Uniform(2.0, 2.6);
+      boxes_.push_back(
+          MakeBox(x - kPostSide / 2, x + kPostSide / 2, y, y + kPostSide, 0.0, top, 0.35));
+      SceneBox plate = MakeBox(x - kPlateWidth / 2, x + kPlateWidth / 2, y - kPlateDepth, y,
+                               top - 0.6, top, 0.6);
+      plate.whole = static_cast<int>(boxes_.size()) - 1;
+      boxes_.push_back(plate);
+    }
+    for (double y = yStart; y < yEnd;) {
+      const double length = rng.Uniform(40.0, 60.0);
+      const double x = side * kWireAlongX;
+      boxes_.push_back(MakeBox(x - kWireThickness / 2, x + kWireThickness / 2, y, y + length,
+                               kWireAlongZ, kWireAlongZ + kWireThickness, 0.2));
+      y += length + rng.Uniform(0.5, 2.0);
+    }
+  }
+  for (double y = yStart + rng.Uniform(10.0, 50.0); y < yEnd; y += rng.Uniform(60.0, 120.0)) {
+    boxes_.push_back(MakeBox(-kWireAlongX, kWireAlongX, y, y + kWireThickness, kWireAcrossZ,
+                             kWireAcrossZ + kWireThickness, 0.2));
   }
 }
 
@@ -371,7 +424,7 @@ SurfaceHit Scene::Cast(double sensorDx, double sensorDy, double dz) const {
       hit.kind = TruthKind::kReal;
       hit.retro = box.retro;
       hit.reflectivity = box.reflectivity;
-      hit.object = static_cast<int>(p.index);
+      hit.object = box.whole >= 0 ? box.whole : static_cast<int>(p.index);
     }
   }
   if (hit.range > model_.maxRange) {

@@ -1,6 +1,7 @@
 // The simulated world: a road (flat or sloped, with curbs), buildings, parked and moving cars,
-// pedestrians and reflective signs, laid out from a seed, seen from a sensor that may drive
-// forward. Objects are axis-aligned boxes; the sensor's forward axis is y.
+// pedestrians and reflective signs, optionally street-light poles, sign posts and overhead wires,
+// laid out from a seed, seen from a sensor that may drive forward. Objects are axis-aligned boxes;
+// the sensor's forward axis is y.
 #ifndef VELMAR_TOOLS_SIM_SCENE_H
 #define VELMAR_TOOLS_SIM_SCENE_H
 
@@ -22,6 +23,7 @@ struct SceneBox {
   double reflectivity;  // 0..1 for diffuse surfaces
   bool retro;           // retro-reflective: saturates the receiver
   bool moving;
+  int whole = -1;  // for a part of a larger object (a sign post's plate): that object's box
 };
 
 // Where the sensor is at a moment of the drive: world position (metres; z follows the sloped
@@ -74,6 +76,7 @@ class Scene {
 
   void LayOutCity(uint64_t seed, double yStart, double yEnd);
   void LayOutHighway(uint64_t seed, double yStart, double yEnd);
+  void LayOutStreetFurniture(uint64_t seed, double yStart, double yEnd);
   // Box at time t relative to the sensor's position, in world axes.
   PlacedBox Place(const SceneBox& box, double t, const SensorPose& sensor) const;
   // Horizontal angles (degrees, low <= high, margin included) that the box covers during

@@ -75,6 +75,10 @@ struct SensorModel {
   uint32_t PointsPerFrame() const { return PointsPerFace() * faces; }
   double FramePeriodSec() const { return facePeriodSec * faces; }
   double ColumnPeriodSec() const { return facePeriodSec / ColumnsPerFace(); }
+  // Time of a column of a face's sweep within frame `frame`, seconds since the first frame.
+  double ColumnTimeSec(uint32_t frame, uint32_t slot, uint32_t column) const {
+    return frame * FramePeriodSec() + slot * facePeriodSec + column * ColumnPeriodSec();
+  }
   // Horizontal angle of a column (0 .. ColumnsPerFace()-1), at the centre of its step, degrees.
   double ColumnAngleDeg(uint32_t column) const;
   uint32_t ChannelNumber(uint32_t channelIndex) const { return firstChannel + channelIndex; }

@@ -34,6 +34,13 @@ const std::array<NoiseKindInfo, kNoiseKindCount>& NoiseKinds() {
       {NoiseKind::kBloom, "bloom",
        "halo of weak returns around a retro-reflector at its range, per retro-reflector return",
        TruthKind::kBloom, false},
+      {NoiseKind::kSpike, "spike",
+       "a surface return whose range jumps 1.5-25 m nearer or farther, per surface return",
+       TruthKind::kSpike, false},
+      {NoiseKind::kMixed, "mixed",
+       "a return floating between a near edge and the surface behind it, per beam next to a "
+       "depth step between two surfaces",
+       TruthKind::kMixed, false},
   }};
   return kinds;
 }

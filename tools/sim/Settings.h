@@ -26,8 +26,10 @@ enum class NoiseKind : uint32_t {
   kCrosstalkVertical,
   kCrosstalkHorizontal,
   kBloom,
+  kSpike,
+  kMixed,
 };
-constexpr std::size_t kNoiseKindCount = 11;
+constexpr std::size_t kNoiseKindCount = 13;
 
 struct NoiseKindInfo {
   NoiseKind kind;
@@ -58,6 +60,7 @@ struct SceneSettings {
   double egoSpeed = 0.0;     // m/s along the forward axis
   double groundSlope = 0.0;  // rise of the road per metre forward
   double yawRate = 0.0;      // degrees per second, positive turning left (seen from above)
+  bool furniture = false;    // city: street-light poles, sign posts and overhead wires
 };
 
 struct SimulationSettings {

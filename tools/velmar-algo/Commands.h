@@ -20,6 +20,8 @@ void AddEvalCommand(CLI::App& app);
 void AddRenderCommand(CLI::App& app);
 // velmar-algo info: prints a recording's metadata and per-frame counts.
 void AddInfoCommand(CLI::App& app);
+// velmar-algo import: turns frames of other sensors into a recording.
+void AddImportCommand(CLI::App& app);
 
 }  // namespace tools
 }  // namespace velmar

@@ -13,6 +13,7 @@
 #include "Pipeline.h"
 #include "SignObjects.h"
 #include "StageMeter.h"
+#include "sim/Import.h"
 
 namespace velmar {
 namespace tools {
@@ -60,6 +61,10 @@ EvalReport Evaluate(const EvalOptions& options) {
   report.packetPoints = options.packet;
   std::vector<OutcomeTally> stageTotals(meter.StageCount());
   DistortionMeter distortion(reader->Info());
+  const auto& attributes = reader->Info().attributes;
+  const auto truthObject = attributes.find(sim::kTruthObjectAttribute);
+  const bool datasetClasses =
+      truthObject != attributes.end() && truthObject->second == sim::kTruthObjectIsDatasetClass;
   FeedRecording(
       *reader, [&meter](std::vector<_ori_point>& unit) { meter.Process(unit); }, options.packet,
       std::numeric_limits<uint32_t>::max(),
@@ -70,6 +75,11 @@ EvalReport Evaluate(const EvalOptions& options) {
             frame.input.size(), frame.output, [&frame](std::size_t j) { return frame.origin[j]; });
         TallyOutcomes(frame.input, frame.output, representative, report.pipeline, signs);
         distortion.Add(frame, representative);
+        if (datasetClasses) {
+          TallyByObject(frame.input, frame.output, representative, report.datasetClasses);
+        } else {
+          ScoreClusters(frame.input, frame.output, representative, report.clusters);
+        }
       },
       "eval");
   for (std::size_t s = 0; s < meter.StageCount(); ++s) {

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "Image.h"
+#include "sim/Import.h"
 #include "sim/Truth.h"
 
 namespace velmar {
@@ -45,6 +46,16 @@ void PrintSummary(std::ostream& out, const OutcomeTally& tally, const OutcomeTal
                 Share(tally.Noise().removed, recorded.Noise().returns) * kPercent,
                 Share(tally.Surface().removed, recorded.Surface().returns) * kPercent);
   out << line;
+  const uint64_t removed = tally.Noise().removed + tally.Surface().removed;
+  if (removed > 0) {
+    const double precision = Share(tally.Noise().removed, removed);
+    const double recall = Share(tally.Noise().removed, recorded.Noise().returns);
+    const double f1 =
+        precision + recall > 0.0 ? 2.0 * precision * recall / (precision + recall) : 0.0;
+    std::snprintf(line, sizeof(line), "  precision (noise among the removed) %.2f%%, F1 %.2f%%\n",
+                  precision * kPercent, f1 * kPercent);
+    out << line;
+  }
 }
 
 void PrintBlock(std::ostream& out, const std::string& title, const OutcomeTally& tally,
@@ -180,6 +191,45 @@ void DrawBar(Image& image, int x, int baseline, int fullHeight, double share, Co
 
 }  // namespace
 
+void PrintDatasetClasses(const EvalReport& report, std::ostream& out) {
+  if (report.datasetClasses.empty()) {
+    return;
+  }
+  out << "\nwhole pipeline, by class of the imported dataset\n";
+  for (const auto& [datasetClass, counts] : report.datasetClasses) {
+    const std::string label = std::to_string(datasetClass) + " " +
+                              sim::DatasetClassName(datasetClass) + " (" +
+                              sim::TruthKindName(sim::TruthOfDatasetClass(datasetClass)) + ")";
+    char row[160];
+    std::snprintf(row, sizeof(row), "  %-30s %10llu %9llu %8.2f%%\n", label.c_str(),
+                  static_cast<unsigned long long>(counts.returns),
+                  static_cast<unsigned long long>(counts.removed),
+                  Share(counts.removed, counts.returns) * kPercent);
+    out << row;
+  }
+}
+
+void PrintClusters(const ClusterScore& score, std::ostream& out) {
+  if (score.frames == 0) {
+    return;
+  }
+  char text[512];
+  std::snprintf(
+      text, sizeof(text),
+      "\nclusters (aux_value) against the scene's objects, %u frames\n"
+      "  objects within %.0f m, up to %.0f m across, found as one cluster (IoU >= %.1f): %llu of "
+      "%llu, %.2f%%\n"
+      "  objects that lost returns: %llu of %llu (all of them: %llu); clusters: %llu\n",
+      score.frames, kClusterScoreRange, kClusterScoreExtent, kClusterMatchIou,
+      static_cast<unsigned long long>(score.matched),
+      static_cast<unsigned long long>(score.objects), score.MatchedShare() * kPercent,
+      static_cast<unsigned long long>(score.objectsDamaged),
+      static_cast<unsigned long long>(score.objectsSeen),
+      static_cast<unsigned long long>(score.objectsRemoved),
+      static_cast<unsigned long long>(score.clusters));
+  out << text;
+}
+
 void PrintEvalTable(const EvalReport& report, std::ostream& out) {
   out << "eval of " << report.config << " on " << report.recording << " (" << report.model << ", "
       << report.frames << " frames, fed as "
@@ -195,6 +245,8 @@ void PrintEvalTable(const EvalReport& report, std::ostream& out) {
   }
   PrintBlock(out, "whole pipeline", report.pipeline, report.pipeline, false);
   PrintDistortion(out, report.distortion);
+  PrintDatasetClasses(report, out);
+  PrintClusters(report.clusters, out);
   out.flush();
 }
 
@@ -230,6 +282,35 @@ std::string EvalJson(const EvalReport& report) {
   writer.EndObject();
   if (report.distortion.measured) {
     WriteDistortion(writer, report.distortion);
+  }
+  if (!report.datasetClasses.empty()) {
+    writer.Key("by_dataset_class");
+    writer.StartObject();
+    for (const auto& [datasetClass, counts] : report.datasetClasses) {
+      writer.Key(std::to_string(datasetClass).c_str());
+      writer.StartObject();
+      writer.Key("name");
+      writer.String(sim::DatasetClassName(datasetClass).c_str());
+      writer.Key("returns");
+      writer.Uint64(counts.returns);
+      writer.Key("removed");
+      writer.Uint64(counts.removed);
+      writer.EndObject();
+    }
+    writer.EndObject();
+  }
+  if (report.clusters.frames > 0) {
+    writer.Key("clusters");
+    writer.StartObject();
+    writer.Key("objects_within_range");
+    writer.Uint64(report.clusters.objects);
+    writer.Key("objects_one_cluster");
+    writer.Uint64(report.clusters.matched);
+    writer.Key("objects_damaged");
+    writer.Uint64(report.clusters.objectsDamaged);
+    writer.Key("objects_removed");
+    writer.Uint64(report.clusters.objectsRemoved);
+    writer.EndObject();
   }
   writer.EndObject();
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ClusterScore.h"
 #include "Distortion.h"
 #include "Outcome.h"
 
@@ -29,6 +30,9 @@ struct EvalReport {
   std::vector<StageReport> stages;  // in pipeline order
   OutcomeTally pipeline;            // recording in, host's frames out
   DistortionReport distortion;      // static returns against the true motion, in and out
+  // Imported recordings: the pipeline's outcome per class of the dataset the frames came from.
+  std::map<uint32_t, ClassCounts> datasetClasses;
+  ClusterScore clusters;  // when an algorithm wrote cluster numbers
 };
 
 struct EvalOptions {

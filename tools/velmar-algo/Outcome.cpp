@@ -83,12 +83,14 @@ std::vector<int64_t> Representatives(std::size_t inputCount, const std::vector<_
   return representative;
 }
 
+namespace {
+
 // An output point that is not the representative of its input point is an extra copy; a point
 // with no origin at all was made by an algorithm from state of earlier frames. Both count as
-// added, under the truth class they carry.
-void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
-                   const std::vector<int64_t>& representative, OutcomeTally& tally,
-                   const SignObjects& signs) {
+// added. `record(point, outcome)` receives each input return's outcome and each addition.
+template <typename Record>
+void Tally(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
+           const std::vector<int64_t>& representative, Record record) {
   std::vector<bool> isRepresentative(output.size(), false);
   for (std::size_t i = 0; i < input.size(); ++i) {
     int64_t chosen = representative[i];
@@ -98,9 +100,6 @@ void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_
     if (!IsReturn(input[i])) {
       continue;
     }
-    const sim::TruthKind kind = sim::TruthKindOf(input[i]);
-    const uint32_t object = sim::TruthObjectOf(input[i]);
-    const bool sign = kind == sim::TruthKind::kReal && object < signs.size() && signs[object];
     ClassCounts outcome;
     outcome.returns = 1;
     if (chosen == kNoOrigin) {
@@ -114,16 +113,40 @@ void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_
         outcome.moved = Moved(input[i], after) ? 1 : 0;
       }
     }
-    tally[kind] += outcome;
-    if (sign) {
-      tally.signs += outcome;
-    }
+    record(input[i], outcome);
   }
+  ClassCounts addition;
+  addition.added = 1;
   for (std::size_t j = 0; j < output.size(); ++j) {
     if (!isRepresentative[j] && IsReturn(output[j])) {
-      ++tally[sim::TruthKindOf(output[j])].added;
+      record(output[j], addition);
     }
   }
+}
+
+}  // namespace
+
+void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
+                   const std::vector<int64_t>& representative, OutcomeTally& tally,
+                   const SignObjects& signs) {
+  Tally(input, output, representative, [&](const _ori_point& p, const ClassCounts& outcome) {
+    const sim::TruthKind kind = sim::TruthKindOf(p);
+    tally[kind] += outcome;
+    // The sign row follows the recording's returns; copies an algorithm adds count by class only.
+    const uint32_t object = sim::TruthObjectOf(p);
+    if (outcome.added == 0 && kind == sim::TruthKind::kReal && object < signs.size() &&
+        signs[object]) {
+      tally.signs += outcome;
+    }
+  });
+}
+
+void TallyByObject(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
+                   const std::vector<int64_t>& representative,
+                   std::map<uint32_t, ClassCounts>& tally) {
+  Tally(input, output, representative, [&tally](const _ori_point& p, const ClassCounts& outcome) {
+    tally[sim::TruthObjectOf(p)] += outcome;
+  });
 }
 
 }  // namespace tools

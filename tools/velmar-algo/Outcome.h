@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <vector>
 
 #include "sim/Truth.h"
@@ -66,6 +67,12 @@ std::vector<int64_t> Representatives(std::size_t inputCount, const std::vector<_
 void TallyOutcomes(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
                    const std::vector<int64_t>& representative, OutcomeTally& tally,
                    const SignObjects& signs = SignObjects());
+
+// The same, counted by the object half of the truth: on imported recordings it holds the
+// dataset's own class.
+void TallyByObject(const std::vector<_ori_point>& input, const std::vector<_ori_point>& output,
+                   const std::vector<int64_t>& representative,
+                   std::map<uint32_t, ClassCounts>& tally);
 
 // Whether a kept return changed position, or had one of its flags (label, drag_level,
 // motion_flag) changed.

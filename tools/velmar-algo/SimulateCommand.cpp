@@ -77,6 +77,8 @@ void AddSimulateCommand(CLI::App& app) {
       ->capture_default_str();
   cmd->add_option("--slope", s.scene.groundSlope, "Rise of the road per metre forward")
       ->capture_default_str();
+  cmd->add_flag("--furniture", s.scene.furniture,
+                "City: add street-light poles, sign posts and overhead wires");
   for (const sim::NoiseKindInfo& n : sim::NoiseKinds()) {
     cmd->add_option(std::string("--") + n.name, s.noise[n.kind], n.description)
         ->check(CLI::Range(0.0, 1.0));
