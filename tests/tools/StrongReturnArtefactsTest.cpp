@@ -17,7 +17,7 @@ namespace sim {
 namespace {
 
 using clitest::Generate;
-using clitest::SameFrameBytes;
+using test::SameBytes;
 using clitest::Settings;
 
 struct ArtefactCase {
@@ -65,7 +65,7 @@ TEST(StrongReturnArtefactsTest, EachKindAppearsOnlyBesideAStrongReturnAtItsRange
     int artefacts = 0;
     for (std::size_t i = 0; i < frame.size(); ++i) {
       if (TruthKindOf(frame[i]) != c.truth) {
-        ASSERT_TRUE(SameFrameBytes({frame[i]}, {clear[i]})) << c.model << " " << i;
+        ASSERT_TRUE(SameBytes({frame[i]}, {clear[i]})) << c.model << " " << i;
         continue;
       }
       ++artefacts;
