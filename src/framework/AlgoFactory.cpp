@@ -15,9 +15,11 @@
 #include "filters/SunlightNoise3.h"
 #include "framework/PassThroughAlgo.h"
 #include "geometry/CalculateRotateAllPointCloud.h"
+#include "geometry/FilterPointsOfInterest.h"
 #include "geometry/JointabcProcess.h"
 #include "geometry/MirrorMotionCompensation.h"
 #include "geometry/RainPoint.h"
+#include "geometry/ReflectCalib.h"
 #include "geometry/SmallBlind.h"
 #include "geometry/SmallBlindMarlo128.h"
 #include "geometry/UnderGroundPoint.h"
@@ -80,20 +82,21 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<HighrefFilterZepT>(name, desc, type);
     case 35:
       return std::make_shared<GroundDet>(name, desc, type);
-    // Crosstalk (8, 17), disturbed points (9), reflectance calibration (11), high-reflectivity
-    // ghosts (14, 29, 30), discrete points (19), two-pass clustering (22), region of interest (32)
-    // and moving-platform undistortion (34) are not provided by this library; their ids still
-    // load so that a host's configuration keeps working.
+    case 11:
+      return std::make_shared<ReflectCalib>(name, desc, type);
+    case 32:
+      return std::make_shared<FilterPointsOfInterest>(name, desc, type);
+    // Crosstalk (8, 17), disturbed points (9), high-reflectivity ghosts (14, 29, 30), discrete
+    // points (19), two-pass clustering (22) and moving-platform undistortion (34) are not
+    // provided by this library; their ids still load so that a host's configuration keeps working.
     case 8:
     case 9:
-    case 11:
     case 14:
     case 17:
     case 19:
     case 22:
     case 29:
     case 30:
-    case 32:
     case 34:
       return std::make_shared<PassThroughAlgo>(name, desc, type);
     default:
@@ -118,10 +121,14 @@ void CopyParams(const rapidjson::Value& param, AlgoBase& algo) {
 
 std::shared_ptr<AlgoBase> ConfigureAlgo(int64_t id, const std::string& name,
                                         const std::string& desc, LidarType type,
-                                        const rapidjson::Value* param) {
+                                        const rapidjson::Value* param,
+                                        const std::string& dataFolder) {
   std::shared_ptr<AlgoBase> algo = CreateAlgo(id, name, desc, type);
   if (!algo) {
     return nullptr;
+  }
+  if (auto* algorithm = dynamic_cast<Algorithm*>(algo.get())) {
+    algorithm->SetDataFolder(dataFolder);
   }
   if (param != nullptr && param->IsObject()) {
     CopyParams(*param, *algo);

@@ -1,6 +1,7 @@
 #include "framework/Algorithm.h"
 
 #include "framework/AlgoCommon.h"
+#include "framework/DataFile.h"
 #include "framework/Messages.h"
 
 namespace velmar {
@@ -65,6 +66,47 @@ void Algorithm::PrintParamInvalid(const char* className) {
 
 void Algorithm::PrintParamOutOfRange(const char* className, const std::string& key) {
   PrintLine(std::string("[algo]:") + className + " " + key + " is not in the correct range!");
+}
+
+std::string Algorithm::DataPath(const std::string& path) const {
+  if (path.empty() || path.front() == '/' || data_folder_.empty()) {
+    return path;
+  }
+  return data_folder_ + path;
+}
+
+namespace {
+
+std::string DataFileReason(DataFileStatus status, std::size_t maxBytes) {
+  switch (status) {
+    case DataFileStatus::kCannotOpen:
+      return "cannot be opened";
+    case DataFileStatus::kNotRegular:
+      return "is not a regular file";
+    case DataFileStatus::kTooLarge:
+      return "is larger than " + std::to_string(maxBytes) + " bytes";
+    default:
+      return "cannot be read";
+  }
+}
+
+}  // namespace
+
+bool Algorithm::ReadDataFileOrSay(const char* className, const std::string& key,
+                                  const std::string& path, std::size_t maxBytes,
+                                  std::string& contents) const {
+  const DataFileStatus status = ReadDataFile(path, contents, maxBytes);
+  if (status == DataFileStatus::kRead) {
+    return true;
+  }
+  PrintLine(std::string("[algo]:") + className + " " + key + " " + path + " " +
+            DataFileReason(status, maxBytes) + "!");
+  return false;
+}
+
+void Algorithm::PrintDataFileRefused(const char* className, const std::string& key,
+                                     const std::string& path, const std::string& problem) {
+  PrintLine(std::string("[algo]:") + className + " " + key + " " + path + " " + problem + "!");
 }
 
 }  // namespace velmar

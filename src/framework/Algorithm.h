@@ -6,6 +6,7 @@
 #ifndef VELMAR_FRAMEWORK_ALGORITHM_H
 #define VELMAR_FRAMEWORK_ALGORITHM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -22,6 +23,11 @@ class Algorithm : public AlgoBase {
   uint32_t Id() const final { return id; }
   void ParseParams() override {}
   void ClearCache() override {}
+
+  // The folder that relative paths of data files (maps, tables) are taken from: the folder of the
+  // configuration file when the configuration came from a file, empty (the working directory) for
+  // configuration text. Set before ParseParams, which is where data files are read.
+  void SetDataFolder(const std::string& folder) { data_folder_ = folder; }
 
  protected:
   // Each ReadParam leaves `field` as it is when `key` is absent and reports whether it was there.
@@ -40,7 +46,19 @@ class Algorithm : public AlgoBase {
   static void PrintParamInvalid(const char* className);
   static void PrintParamOutOfRange(const char* className, const std::string& key);
 
+  // `path` as given when absolute, otherwise taken from the data folder.
+  std::string DataPath(const std::string& path) const;
+  // Reads the data file that parameter `key` names (framework/DataFile.h: regular files only, at
+  // most `maxBytes`). On failure prints "[algo]:<Class> <key> <path> <reason>!" and returns false.
+  bool ReadDataFileOrSay(const char* className, const std::string& key, const std::string& path,
+                         std::size_t maxBytes, std::string& contents) const;
+  // "[algo]:<Class> <key> <path> line <n>: <problem>!": a data file read but not accepted.
+  static void PrintDataFileRefused(const char* className, const std::string& key,
+                                   const std::string& path, const std::string& problem);
+
  private:
+  std::string data_folder_;
+
   template <typename Field, typename Convert>
   bool ReadConverted(const std::string& key, Field& field, Convert convert) const;
 };
