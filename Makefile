@@ -14,8 +14,20 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 BENCH_BUILD_DIR ?= build-bench
 
-.PHONY: all deps deps-peers build test test-san demo example bench bench-peers bench-python \
-        install-check clean
+# Fuzzing (see docs/reliability.md): clang and its runtime libraries come from Debian, for these
+# targets only; the normal build stays with g++.
+FUZZ_BUILD_DIR ?= build-fuzz
+COVERAGE_BUILD_DIR ?= build-coverage
+TSAN_BUILD_DIR ?= build-tsan
+FUZZ_SECONDS ?= 60
+FUZZ_PACKAGES := clang libclang-rt-14-dev llvm-14
+# Each target with its seed corpus folder under fuzz/corpus; a new target adds one pair here and
+# one velmar_add_fuzzer call in fuzz/CMakeLists.txt.
+FUZZ_TARGETS := config_fuzzer:config frame_fuzzer:frames recording_fuzzer:recording
+FUZZ_NAMES := $(foreach t,$(FUZZ_TARGETS),$(firstword $(subst :, ,$(t))))
+
+.PHONY: all deps deps-peers deps-fuzz build test test-san test-tsan fuzz fuzz-coverage demo example \
+        bench bench-peers bench-python install-check clean
 
 all: build
 
@@ -39,6 +51,9 @@ deps:
 deps-peers:
 	$(call install_missing,$(PEER_PACKAGES))
 
+deps-fuzz: deps
+	$(call install_missing,$(FUZZ_PACKAGES))
+
 build: deps
 	cmake -S . -B $(BUILD_DIR) $(CMAKE_FLAGS)
 	cmake --build $(BUILD_DIR) -j$(JOBS)
@@ -54,6 +69,35 @@ test-san: deps
 	  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1:suppressions=$(CURDIR)/tests/ubsan.supp \
 	  ctest --output-on-failure -j$(JOBS)
+
+# The concurrency tests (several host threads on one pipeline and on pipelines of their own)
+# under ThreadSanitizer.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_CXX_FLAGS="-fsanitize=thread" -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread" \
+	  -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=thread" -DVELMAR_BUILD_PYTHON=OFF $(CMAKE_FLAGS)
+	cmake --build $(TSAN_BUILD_DIR) -j$(JOBS) --target algo_tests reliability_tests
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	  $(TSAN_BUILD_DIR)/tests/algo_tests --gtest_filter='*Concurren*'
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	  $(TSAN_BUILD_DIR)/tests/reliability/reliability_tests --gtest_filter='Concurrency*'
+
+# Every fuzz target under libFuzzer with AddressSanitizer and UndefinedBehaviorSanitizer, for
+# FUZZ_SECONDS each, on a working copy of its seed corpus; any finding fails the target and is
+# kept in $(FUZZ_BUILD_DIR)/findings.
+fuzz: deps-fuzz
+	cmake -S . -B $(FUZZ_BUILD_DIR) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DVELMAR_FUZZ=ON -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(FUZZ_BUILD_DIR) -j$(JOBS) --target $(FUZZ_NAMES)
+	./fuzz/run-fuzzers $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
+# Line coverage of src/ by the seed corpora (and by what `make fuzz` found, when present).
+fuzz-coverage: deps-fuzz
+	cmake -S . -B $(COVERAGE_BUILD_DIR) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
+	  -DCMAKE_CXX_FLAGS="-fprofile-instr-generate -fcoverage-mapping" -DVELMAR_BUILD_PYTHON=OFF \
+	  $(CMAKE_FLAGS)
+	cmake --build $(COVERAGE_BUILD_DIR) -j$(JOBS) --target $(addsuffix _replay,$(FUZZ_NAMES))
+	./fuzz/coverage $(COVERAGE_BUILD_DIR) $(FUZZ_BUILD_DIR) $(FUZZ_TARGETS)
 
 demo: build
 	./tools/demo.sh $(BUILD_DIR)
@@ -93,4 +137,5 @@ install-check: build
 	./.ci/install-check $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR) $(SAN_BUILD_DIR) $(BENCH_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(SAN_BUILD_DIR) $(BENCH_BUILD_DIR) $(FUZZ_BUILD_DIR) $(COVERAGE_BUILD_DIR) \
+	  $(TSAN_BUILD_DIR)

@@ -98,15 +98,33 @@ enum LidarType : uint32_t {
 VELMAR_API std::string LidarTypeToStr(int type);
 
 // A pipeline of algorithms for one sensor model, assembled from a JSON configuration.
+//
+// Bad input never makes a call throw or crash: a malformed, oversized or out-of-range
+// configuration is reported on standard output and by UpdateAlgoParam's result, and frames of any
+// size and content are processed. Only two exceptions ever leave the library, and neither is
+// caused by input: std::bad_alloc when the machine's memory is exhausted, and std::system_error
+// when the pipeline's mutex cannot be locked. Even then the pipeline stays usable, as each
+// operation states.
+//
+// A configuration is refused when it has more than 256 enabled "algo_list" entries, or when its
+// algorithms and those of the running configuration together would need more than 1 GiB (both
+// exist while the new one is built); docs/reliability.md describes the estimate.
 class VELMAR_API ILidarAlgo {
  public:
   // Never fails on a bad configuration: it then yields a pipeline that leaves frames unchanged,
-  // after printing why on standard output.
+  // after printing why on standard output. Throws only as described above.
   static std::unique_ptr<ILidarAlgo> Create(LidarType type, const std::string& configPath);
 
-  // Runs every configured algorithm over the frame, in place, in ascending order of id.
+  // Runs every configured algorithm over the frame, in place, in ascending order of id. Should
+  // std::bad_alloc or std::system_error propagate, the frame holds the changes made so far, every
+  // record in it is still a point the host handed in (possibly corrected or removed), and the
+  // pipeline processes the next frame normally.
   virtual void Process(std::vector<_ori_point>& frame) = 0;
-  // Replaces the whole configuration from JSON text of the file's format.
+  // Replaces the whole configuration from JSON text of the file's format. False, with the
+  // running algorithms kept, for text that does not parse, a version other than this library's
+  // or a configuration over the limits above. The new algorithms are built beside the running
+  // ones and swapped in whole: should std::bad_alloc or std::system_error propagate, the running
+  // configuration is untouched.
   virtual bool UpdateAlgoParam(const std::string& json) = 0;
   // Forgets every algorithm's state carried between frames.
   virtual void ClearCache() = 0;

@@ -7,8 +7,11 @@ void FrameHistory::PushCopy(const Frame& frame) {
   ++size_;
 }
 
-void FrameHistory::PushTakingOver(Frame& frame) {
-  NextFreeSlot().swap(frame);
+void FrameHistory::PushTakingOver(Frame& frame, std::size_t age) {
+  Frame& slot = NextFreeSlot();
+  const Frame& handed_back = At(age);
+  slot.assign(handed_back.begin(), handed_back.end());
+  slot.swap(frame);
   ++size_;
 }
 

@@ -24,9 +24,11 @@ class FrameHistory {
 
   // Appends a copy of `frame`. The history must not be full.
   void PushCopy(const Frame& frame);
-  // Appends `frame` by taking over its storage; `frame` is left holding a spare buffer whose
-  // contents mean nothing. The history must not be full.
-  void PushTakingOver(Frame& frame);
+  // Appends `frame` by taking over its storage and hands back in `frame` a copy of the frame
+  // `age` places after the oldest, which must exist. The copy is made before anything changes,
+  // so when it cannot be allocated the history and `frame` stay as they were. The history must
+  // not be full.
+  void PushTakingOver(Frame& frame, std::size_t age);
 
   void DropOldest();
   void Clear();

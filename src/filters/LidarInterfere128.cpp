@@ -25,6 +25,10 @@ int32_t GridCoordinate(double value, int32_t limit) {
 
 }  // namespace
 
+std::size_t LidarInterfere128::TableBytes(LidarType /*type*/, const NumberParams& /*params*/) {
+  return kRingSlots * kGridCells * sizeof(float);
+}
+
 LidarInterfere128::LidarInterfere128(const std::string& name, const std::string& desc,
                                      LidarType type)
     : Algorithm(name, desc, type), grids_(kRingSlots * kGridCells, 0.0f) {}

@@ -27,6 +27,7 @@ class LidarInterfere128 : public Algorithm {
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
   void ClearCache() override;
+  static std::size_t TableBytes(LidarType type, const NumberParams& params);
 
   int32_t presencepoint = 1;     // least occupied nearby cells over the remembered frames
   int32_t nearpoint = 1;         // least of those within distance_thred of the return

@@ -22,6 +22,14 @@ constexpr std::size_t kColumnStride = 128;
 constexpr bool kWithPulseTest = true;
 constexpr bool kWithoutPulseTest = false;
 
+constexpr const char* kClassName = "SunlightNoise";
+// A point's index neighbours lie within one column (128 positions); and the history holds no more
+// frames than its window. A wider search reads nothing more, it only costs time per point. A
+// window beyond its bound is read as a missing one: 0, with the range message.
+constexpr ParamBound kWindowVBound{"filterWindowV", static_cast<uint32_t>(kColumnStride)};
+constexpr ParamBound kWindowHBound{"filterWindowH",
+                                   static_cast<uint32_t>(SunlightNoise::kWindowFrames)};
+
 // Ranges and pulse widths are compared in whole units: the difference truncated toward zero,
 // without sign. A difference that no 32-bit integer holds, or NaN, is beyond any tolerance.
 double WholeUnitGap(double difference) {
@@ -44,8 +52,10 @@ void SunlightNoise::ParseParams() {
   left_reflect_threshold = ParamOrInsertZero("leftReflectThreshold");
   right_reflect_threshold = ParamOrInsertZero("rightReflectThreshold");
   valid_distance = ParamOrInsertZero("validDistance");
-  filter_window_v = TruncateToInt32(ParamOrInsertZero("filterWindowV"));
-  filter_window_h = TruncateToInt32(ParamOrInsertZero("filterWindowH"));
+  filter_window_v = WithinBoundOr(kClassName, kWindowVBound,
+                                  TruncateToInt32(ParamOrInsertZero(kWindowVBound.key)), 0);
+  filter_window_h = WithinBoundOr(kClassName, kWindowHBound,
+                                  TruncateToInt32(ParamOrInsertZero(kWindowHBound.key)), 0);
 }
 
 void SunlightNoise::ClearCache() {
@@ -58,11 +68,10 @@ void SunlightNoise::Process(std::vector<_ori_point>& frame) {
   std::size_t centre = 0;
   if (history_ready) {
     // The incoming frame only needs to be kept, so the history takes its storage over, and the
-    // frame from the middle of the window is copied out in its place.
-    history_.PushTakingOver(frame);
+    // frame from the middle of the window is copied out in its place (the frame already in the
+    // middle stays at that age once the new one is appended).
     centre = half - 1;
-    const Frame& older = history_.At(centre);
-    frame.assign(older.begin(), older.end());
+    history_.PushTakingOver(frame, centre);
   } else {
     history_.PushCopy(frame);
     centre = history_.Size() - 1;

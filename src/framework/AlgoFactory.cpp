@@ -104,19 +104,90 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
   }
 }
 
-}  // namespace
+template <typename Algo>
+std::size_t FootprintOf(LidarType type, const Algorithm::NumberParams& params) {
+  return sizeof(Algo) + Algo::TableBytes(type, params);
+}
 
-void CopyParams(const rapidjson::Value& param, AlgoBase& algo) {
+using FootprintFunction = std::size_t (*)(LidarType, const Algorithm::NumberParams&);
+
+struct FootprintEntry {
+  int64_t id;
+  FootprintFunction footprint;
+};
+
+// Every class of the id table states its footprint here; a new algorithm adds its line.
+// clang-format off
+constexpr FootprintEntry kFootprints[] = {
+    {1, FootprintOf<UndistortPoint>},
+    {2, FootprintOf<SunlightNoise>},
+    {3, FootprintOf<SunlightNoise2>},
+    {4, FootprintOf<RainPoint>},
+    {5, FootprintOf<UnderGroundPoint>},
+    {6, FootprintOf<MirrorMotionCompensation>},
+    {7, FootprintOf<OutlierPoint>},
+    {10, FootprintOf<JointabcProcess>},
+    {11, FootprintOf<ReflectCalib>},
+    {12, FootprintOf<DragPoint>},
+    {13, FootprintOf<RainfogFilter>},
+    {15, FootprintOf<SunlightNoise3>},
+    {16, FootprintOf<DeletePoint>},
+    {18, FootprintOf<SmallBlind>},
+    {20, FootprintOf<CloseRangeNoiseFilter>},
+    {21, FootprintOf<MotionPoint>},
+    {23, FootprintOf<CloseRangeNoise128>},
+    {24, FootprintOf<HighRef128>},
+    {25, FootprintOf<FixedNoise128>},
+    {26, FootprintOf<LidarInterfere128>},
+    {27, FootprintOf<UndistortPoint2>},
+    {28, FootprintOf<SmallBlindMarlo128>},
+    {31, FootprintOf<CalculateRotateAllPointCloud>},
+    {32, FootprintOf<FilterPointsOfInterest>},
+    {33, FootprintOf<HighrefFilterZepT>},
+    {35, FootprintOf<GroundDet>},
+};
+// clang-format on
+
+void CopyMembers(const rapidjson::Value& param, Algorithm::NumberParams& numbers,
+                 std::map<std::string, std::string>& texts) {
   for (auto it = param.MemberBegin(); it != param.MemberEnd(); ++it) {
     const std::string key(it->name.GetString(), it->name.GetStringLength());
     if (it->value.IsNumber()) {
-      algo.num_params[key] = it->value.GetDouble();
-      algo.str_params.erase(key);
+      numbers[key] = it->value.GetDouble();
+      texts.erase(key);
     } else if (it->value.IsString()) {
-      algo.str_params[key].assign(it->value.GetString(), it->value.GetStringLength());
-      algo.num_params.erase(key);
+      texts[key].assign(it->value.GetString(), it->value.GetStringLength());
+      numbers.erase(key);
     }
   }
+}
+
+// The numeric members of a "param" object as the algorithm's map will hold them.
+Algorithm::NumberParams NumericParams(const rapidjson::Value* param) {
+  Algorithm::NumberParams numbers;
+  std::map<std::string, std::string> texts;
+  if (param != nullptr && param->IsObject()) {
+    CopyMembers(*param, numbers, texts);
+  }
+  return numbers;
+}
+
+}  // namespace
+
+std::size_t AlgoFootprint(int64_t id, LidarType type, const rapidjson::Value* param) {
+  if (id < kFirstAlgoId || id > kLastAlgoId) {
+    return 0;
+  }
+  for (const FootprintEntry& entry : kFootprints) {
+    if (entry.id == id) {
+      return entry.footprint(type, NumericParams(param));
+    }
+  }
+  return FootprintOf<PassThroughAlgo>(type, {});
+}
+
+void CopyParams(const rapidjson::Value& param, AlgoBase& algo) {
+  CopyMembers(param, algo.num_params, algo.str_params);
 }
 
 std::shared_ptr<AlgoBase> ConfigureAlgo(int64_t id, const std::string& name,

@@ -4,6 +4,7 @@
 #ifndef VELMAR_FRAMEWORK_ALGO_FACTORY_H
 #define VELMAR_FRAMEWORK_ALGO_FACTORY_H
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -25,6 +26,11 @@ std::shared_ptr<AlgoBase> CreateAlgo(int64_t id, const std::string& name, const 
 // Copies the members of a "param" object into the algorithm's two parameter maps: numbers as
 // doubles, strings as text; a later duplicate key replaces an earlier one.
 void CopyParams(const rapidjson::Value& param, AlgoBase& algo);
+
+// The bytes an instance of `id` configured with `param` holds for `type`: the object and the
+// tables it allocates from its model and parameters (Algorithm::TableBytes), not the copies of
+// frames it keeps. Nothing is built to find out. 0 for an id outside the table.
+std::size_t AlgoFootprint(int64_t id, LidarType type, const rapidjson::Value* param);
 
 // Creates the algorithm of `id`, fills its parameter maps from `param` (no parameters when null)
 // and lets it read them, printing its own messages; nullptr for an id outside the table.

@@ -9,9 +9,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <map>
 #include <string>
 
 #include "framework/AlgoBase.h"
+#include "framework/ParamBounds.h"
 
 namespace velmar {
 
@@ -28,6 +30,15 @@ class Algorithm : public AlgoBase {
   // configuration file when the configuration came from a file, empty (the working directory) for
   // configuration text. Set before ParseParams, which is where data files are read.
   void SetDataFolder(const std::string& folder) { data_folder_ = folder; }
+
+  using NumberParams = std::map<std::string, double>;
+  // What an instance holds for `type` and these numeric parameters beyond the object itself: the
+  // tables its constructor and its first frame allocate. Copies of the host's frames and packets
+  // are not counted; they grow with the frames the host feeds. The pipeline sums this over a
+  // configuration before it builds anything (AlgoFootprint in framework/AlgoFactory.h), so an
+  // algorithm that allocates tables hides this with its own, counting every size-driving
+  // parameter at most at its bound.
+  static std::size_t TableBytes(LidarType /*type*/, const NumberParams& /*params*/) { return 0; }
 
  protected:
   // Each ReadParam leaves `field` as it is when `key` is absent and reports whether it was there.
@@ -55,6 +66,18 @@ class Algorithm : public AlgoBase {
   // "[algo]:<Class> <key> <path> line <n>: <problem>!": a data file read but not accepted.
   static void PrintDataFileRefused(const char* className, const std::string& key,
                                    const std::string& path, const std::string& problem);
+
+  // A size-driving parameter (framework/ParamBounds.h): `value` when it lies within `bound`,
+  // otherwise `fallback`, after the range message naming the bound's key.
+  template <typename Int>
+  static Int WithinBoundOr(const char* className, const ParamBound& bound, Int value,
+                           Int fallback) {
+    if (WithinBound(value, bound)) {
+      return value;
+    }
+    PrintParamOutOfRange(className, bound.key);
+    return fallback;
+  }
 
  private:
   std::string data_folder_;

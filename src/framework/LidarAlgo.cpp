@@ -35,7 +35,7 @@ bool LidarAlgo::UpdateAlgoParam(const std::string& json) {
     return false;
   }
   rapidjson::Document document;
-  document.Parse(json.c_str(), json.size());
+  document.Parse<kJsonParseFlags>(json.c_str(), json.size());
   return ParseAlgoConfigImp(document);
 }
 

@@ -2,6 +2,7 @@
 #ifndef VELMAR_FRAMEWORK_LIDAR_ALGO_H
 #define VELMAR_FRAMEWORK_LIDAR_ALGO_H
 
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -13,6 +14,21 @@
 #include "velmar/lidar_algo.h"
 
 namespace velmar {
+
+// Configuration text and files are read with RapidJSON's iterative parser: it accepts exactly the
+// documents of the default parse, but keeps its stack on the heap, so a document nested 100,000
+// levels deep costs memory in proportion to its size instead of overflowing the host thread's
+// stack. Walks over a parsed document never recurse either: assembly reads fixed paths (root,
+// "algo_list" entries, their "param" and "lidar_type" members) and never descends below them,
+// so four levels is the deepest any walk of the library goes, whatever the document's nesting.
+constexpr unsigned kJsonParseFlags = rapidjson::kParseIterativeFlag;
+
+// Limits of one configuration, checked after parsing, the version and the master switch and
+// before anything is built: at most this many enabled "algo_list" entries (an id may repeat),
+// and at most this many bytes for the algorithms of the new list and of the running list
+// together, since both are alive while the new one is built (AlgoFootprint estimates them).
+constexpr std::size_t kMaxConfigEntries = 256;
+constexpr std::size_t kMaxConfigBytes = std::size_t{1} << 30;
 
 class LidarAlgo : public ILidarAlgo {
  public:
@@ -40,6 +56,8 @@ class LidarAlgo : public ILidarAlgo {
   std::vector<std::shared_ptr<AlgoBase>> algos;
   LidarType lidar_type;
   std::mutex mutex;
+  // AlgoFootprint summed over the running list, guarded by `mutex`.
+  std::size_t running_footprint_ = 0;
 };
 
 }  // namespace velmar

@@ -13,6 +13,11 @@ namespace velmar {
 namespace {
 
 constexpr std::size_t kReadBufferBytes = 65536;
+// Bookkeeping of one entry beyond its algorithm's footprint: the shared pointer's control block,
+// the name and description, and a map node per parameter.
+constexpr std::size_t kEntryBytes = 256;
+constexpr std::size_t kParamNodeBytes = 96;
+constexpr std::size_t kBytesPerMiB = std::size_t{1} << 20;
 
 const rapidjson::Value* FindMember(const rapidjson::Value& object, const char* key) {
   const auto it = object.FindMember(key);
@@ -33,6 +38,60 @@ std::string FolderOf(const std::string& path) {
   return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
+bool IsEnabledEntry(const rapidjson::Value& entry) {
+  if (!entry.IsObject()) {
+    return false;
+  }
+  const rapidjson::Value* enabled = FindMember(entry, "enabled");
+  return enabled != nullptr && enabled->IsTrue();
+}
+
+std::size_t StringBytes(const rapidjson::Value* value) {
+  return value != nullptr && value->IsString() ? value->GetStringLength() : 0;
+}
+
+// What one enabled entry will hold once built; 0 for an entry that builds nothing.
+std::size_t EntryFootprint(const rapidjson::Value& entry, LidarType type) {
+  const rapidjson::Value* id = FindMember(entry, "id");
+  if (id == nullptr || !id->IsInt64()) {
+    return 0;
+  }
+  const rapidjson::Value* param = FindMember(entry, "param");
+  std::size_t bytes =
+      kEntryBytes + StringBytes(FindMember(entry, "name")) + StringBytes(FindMember(entry, "desc"));
+  if (param != nullptr && param->IsObject()) {
+    for (auto it = param->MemberBegin(); it != param->MemberEnd(); ++it) {
+      bytes += kParamNodeBytes + it->name.GetStringLength() + StringBytes(&it->value);
+    }
+  }
+  return bytes + AlgoFootprint(id->GetInt64(), type, param);
+}
+
+// The algo_list entries that are enabled, which are the ones assembly builds.
+std::size_t EnabledEntries(const rapidjson::Value* list) {
+  std::size_t count = 0;
+  if (list != nullptr) {
+    for (const rapidjson::Value& entry : list->GetArray()) {
+      count += IsEnabledEntry(entry) ? 1 : 0;
+    }
+  }
+  return count;
+}
+
+std::size_t ListFootprint(const rapidjson::Value* list, LidarType type) {
+  std::size_t bytes = 0;
+  if (list != nullptr) {
+    for (const rapidjson::Value& entry : list->GetArray()) {
+      bytes += IsEnabledEntry(entry) ? EntryFootprint(entry, type) : 0;
+    }
+  }
+  return bytes;
+}
+
+std::string MiB(std::size_t bytes) {
+  return std::to_string((bytes + kBytesPerMiB - 1) / kBytesPerMiB);
+}
+
 }  // namespace
 
 bool LidarAlgo::ParseAlgoConfigFromFile(const std::string& path) {
@@ -48,7 +107,7 @@ bool LidarAlgo::ParseAlgoConfigFromFile(const std::string& path) {
   std::vector<char> buffer(kReadBufferBytes);
   rapidjson::FileReadStream stream(file, buffer.data(), buffer.size());
   rapidjson::Document document;
-  document.ParseStream(stream);
+  document.ParseStream<kJsonParseFlags>(stream);
   std::fclose(file);
   return ParseAlgoConfigImp(document, FolderOf(path));
 }
@@ -78,22 +137,46 @@ bool LidarAlgo::ParseAlgoConfigImp(const rapidjson::Document& document,
     return true;
   }
 
-  std::lock_guard<std::mutex> lock(mutex);
-  algos.clear();
   const rapidjson::Value* list = FindMember(document, "algo_list");
-  if (list != nullptr && list->IsArray()) {
+  if (list != nullptr && !list->IsArray()) {
+    list = nullptr;
+  }
+  const std::size_t entries = EnabledEntries(list);
+  if (entries > kMaxConfigEntries) {
+    PrintLine("[algo]: algo_list has " + std::to_string(entries) + " enabled entries, more than " +
+              std::to_string(kMaxConfigEntries) + ", configuration refused!");
+    return false;
+  }
+  const std::size_t footprint = ListFootprint(list, lidar_type);
+
+  // The new list is built beside the running one and swapped in whole: whatever fails while it
+  // is built, the running list is untouched. Declared before the lock, the list replaced ends
+  // up here and is released after the lock.
+  std::vector<std::shared_ptr<AlgoBase>> built;
+  std::lock_guard<std::mutex> lock(mutex);
+  // The running list stays alive until the new one is complete, so both count.
+  if (footprint > kMaxConfigBytes || running_footprint_ > kMaxConfigBytes - footprint) {
+    PrintLine("[algo]: configuration needs about " + MiB(footprint + running_footprint_) +
+              " MiB with the running one, more than " + MiB(kMaxConfigBytes) +
+              " MiB, configuration refused!");
+    return false;
+  }
+  built.reserve(entries);
+  if (list != nullptr) {
     for (const rapidjson::Value& entry : list->GetArray()) {
       std::shared_ptr<AlgoBase> algo = AssembleEntry(entry, dataFolder);
       if (algo) {
-        algos.push_back(algo);
+        built.push_back(algo);
         PrintLine("[algo]: " + algo->name + " is added!");
       }
     }
   }
-  std::sort(algos.begin(), algos.end(),
+  std::sort(built.begin(), built.end(),
             [](const std::shared_ptr<AlgoBase>& a, const std::shared_ptr<AlgoBase>& b) {
               return a->Id() < b->Id();
             });
+  algos.swap(built);
+  running_footprint_ = footprint;
   return true;
 }
 

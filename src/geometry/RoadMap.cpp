@@ -20,6 +20,8 @@ constexpr double kOriginFractionY = 0.5314159265;
 // Cells are widened by this fraction of a cell when edges are filed, so that rounding can never
 // leave out a cell an edge passes through.
 constexpr double kFilingMargin = 1e-9;
+// Bound of the edges filed in all cells together (an edge is filed once per cell it crosses).
+constexpr std::size_t kMaxFiledEdges = std::size_t{16} << 20;
 
 double Orient(double ax, double ay, double bx, double by, double cx, double cy) {
   return (bx - ax) * (cy - ay) - (by - ay) * (cx - ax);
@@ -46,6 +48,16 @@ bool SegmentsMeet(double ax, double ay, double bx, double by, double cx, double 
   return OnSegment(ax, ay, bx, by, cx, cy) || OnSegment(ax, ay, bx, by, dx, dy) ||
          OnSegment(cx, cy, dx, dy, ax, ay) || OnSegment(cx, cy, dx, dy, bx, by);
 }
+
+}  // namespace
+
+std::size_t RoadMap::MaxTableBytes() {
+  constexpr std::size_t kRingBytesPerPoint = sizeof(MapPoint) + sizeof(std::size_t);
+  return static_cast<std::size_t>(kMaxCells) * (sizeof(uint8_t) + sizeof(uint32_t)) +
+         kMaxFiledEdges * sizeof(uint32_t) + kMaxVertices * (sizeof(Edge) + kRingBytesPerPoint);
+}
+
+namespace {
 
 std::size_t Clamped(double index, std::size_t count) {
   if (!(index > 0.0)) {
@@ -136,8 +148,7 @@ bool RoadMap::Build(std::vector<MapRing> rings, std::string& problem) {
     return false;
   }
   LayOutGrid();
-  FileEdgesInCells();
-  if (!CheckCrossings(problem)) {
+  if (!FileEdgesInCells(problem) || !CheckCrossings(problem)) {
     Clear();
     return false;
   }
@@ -235,7 +246,7 @@ void RoadMap::ForEachCell(const Edge& e, Visit visit) const {
   }
 }
 
-void RoadMap::FileEdgesInCells() {
+bool RoadMap::FileEdgesInCells(std::string& problem) {
   const std::size_t cells = cols_ * rows_;
   cell_start_.assign(cells + 1, 0);
   for (const Edge& e : edges_) {
@@ -244,11 +255,16 @@ void RoadMap::FileEdgesInCells() {
   for (std::size_t c = 0; c < cells; ++c) {
     cell_start_[c + 1] += cell_start_[c];
   }
+  if (cell_start_[cells] > kMaxFiledEdges) {
+    problem = "edges too long for the number of points (split long edges)";
+    return false;
+  }
   cell_edges_.resize(cell_start_[cells]);
   std::vector<uint32_t> fill(cell_start_.begin(), cell_start_.end() - 1);
   for (uint32_t i = 0; i < edges_.size(); ++i) {
     ForEachCell(edges_[i], [&](std::size_t cell) { cell_edges_[fill[cell]++] = i; });
   }
+  return true;
 }
 
 // The answer at every cell's lower-left corner: the parity of the edges that the grid line

@@ -48,6 +48,8 @@ class RoadMap {
   bool Empty() const { return rings_.empty(); }
   const std::vector<MapRing>& Rings() const { return rings_; }
   std::size_t CellCount() const { return corner_inside_.size(); }
+  // The most a map can hold once built, whatever its file.
+  static std::size_t MaxTableBytes();
 
  private:
   struct Edge {
@@ -61,7 +63,7 @@ class RoadMap {
   void LayOutGrid();
   template <typename Visit>
   void ForEachCell(const Edge& e, Visit visit) const;
-  void FileEdgesInCells();
+  bool FileEdgesInCells(std::string& problem);
   void FindCornerParity();
   bool CheckCrossings(std::string& problem) const;
   bool ContainsInCell(std::size_t cell, std::size_t col, std::size_t row, double x,

@@ -1,9 +1,11 @@
 #include "ground/GroundDet.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <new>
 
+#include "framework/AlgoCommon.h"
 #include "framework/Messages.h"
 #include "framework/about.h"
 
@@ -16,6 +18,7 @@ constexpr double kMaxRange = 40.0;
 constexpr double kFitStartAngle = 150.0;
 constexpr uint32_t kReferenceMirror = 0;
 constexpr uint32_t kReferenceEcho = 1;
+constexpr const char* kClassName = "GroundDet";
 
 bool IsReferenceReturn(const _ori_point& p) {
   return p.mirror == kReferenceMirror && p.echo == kReferenceEcho;
@@ -33,14 +36,14 @@ void GroundDet::ParseParams() {
   ReadParam("filter_ground_points_flag", filter_ground_points_flag);
   ReadParam("filter_underground_points_flag", filter_underground_points_flag);
   ReadParam("filter_ground_points_threshold", filter_ground_points_threshold);
-  ReadParam("nr_points_max", p.nr_points_max);
-  ReadParam("nr_grids_fine", p.nr_grids_fine);
-  ReadParam("nr_grids_coarse", p.nr_grids_coarse);
-  ReadParam("nr_z_comp_candis", p.nr_z_comp_candis);
+  ReadParam(kPointsMaxBound.key, p.nr_points_max);
+  ReadParam(kGridsFineBound.key, p.nr_grids_fine);
+  ReadParam(kGridsCoarseBound.key, p.nr_grids_coarse);
+  ReadParam(kZCompCandidatesBound.key, p.nr_z_comp_candis);
   ReadParam("nr_z_comp_fail_threshold", p.nr_z_comp_fail_threshold);
   ReadParam("nr_inliers_min_threshold", p.nr_inliers_min_threshold);
-  ReadParam("nr_samples_min_threshold", p.nr_samples_min_threshold);
-  ReadParam("nr_samples_max_threshold", p.nr_samples_max_threshold);
+  ReadParam(kSamplesMinBound.key, p.nr_samples_min_threshold);
+  ReadParam(kSamplesMaxBound.key, p.nr_samples_max_threshold);
   ReadParam("sample_region_z_lower", p.sample_region_z_lower);
   ReadParam("sample_region_z_upper", p.sample_region_z_upper);
   ReadParam("roi_region_rad_x", p.roi_region_rad_x);
@@ -56,11 +59,40 @@ void GroundDet::ParseParams() {
   ReadParam("planefit_orien_threshold", p.planefit_orien_threshold);
   ReadParam("termi_inlier_percen_threshold", p.termi_inlier_percen_threshold);
   ReadParam("candidate_filter_threshold", p.candidate_filter_threshold);
-  ReadParam("nr_ransac_iter_threshold", p.nr_ransac_iter_threshold);
-  ReadParam("nr_smooth_iter", p.nr_smooth_iter);
+  ReadParam(kRansacIterBound.key, p.nr_ransac_iter_threshold);
+  ReadParam(kSmoothIterBound.key, p.nr_smooth_iter);
+  // The capacity only sizes the work arrays, which grow on demand, so a larger one is clamped;
+  // the detector clamps the iteration counts anyway, and these say so. Grid sizes and sample
+  // counts beyond their bounds are left to the detector's parameter check.
+  p.nr_points_max =
+      WithinBoundOr(kClassName, kPointsMaxBound, p.nr_points_max, kPointsMaxBound.max);
+  p.nr_ransac_iter_threshold =
+      WithinBoundOr(kClassName, kRansacIterBound, p.nr_ransac_iter_threshold,
+                    static_cast<int32_t>(kRansacIterBound.max));
+  p.nr_smooth_iter = WithinBoundOr(kClassName, kSmoothIterBound, p.nr_smooth_iter,
+                                   static_cast<int32_t>(kSmoothIterBound.max));
   // The flags are read as integers first, so a fraction below 1 leaves removal off.
   remove_ground = filter_ground_points_flag > 0;
   remove_underground = filter_underground_points_flag > 0;
+}
+
+std::size_t GroundDet::TableBytes(LidarType /*type*/, const NumberParams& params) {
+  PlaneFitGroundDetectorParam p;
+  const auto read = [&params](const ParamBound& bound, uint32_t& field) {
+    const auto it = params.find(bound.key);
+    if (it != params.end()) {
+      field = std::min(TruncateToUint32(it->second), bound.max);
+    }
+  };
+  read(kPointsMaxBound, p.nr_points_max);
+  read(kGridsFineBound, p.nr_grids_fine);
+  read(kGridsCoarseBound, p.nr_grids_coarse);
+  read(kSamplesMaxBound, p.nr_samples_max_threshold);
+  const std::size_t points = p.nr_points_max;
+  const std::size_t per_point = sizeof(_ori_point) + sizeof(int32_t) + 4 * sizeof(float);
+  const std::size_t planes = static_cast<std::size_t>(p.nr_grids_coarse) * p.nr_grids_coarse;
+  return sizeof(PlaneFitGroundDetector) + PlaneFitGroundDetector::TableBytes(p) +
+         points * per_point + planes * sizeof(GroundPlane);
 }
 
 bool GroundDet::Init() {
@@ -94,12 +126,13 @@ bool GroundDet::Detect(const std::vector<_ori_point>& points) {
   const std::size_t n = points.size();
   if (n > detector_param.nr_points_max) {
     // Room for twice the revolution just seen, so that a slowly growing scene does not regrow
-    // the arrays every frame.
-    detector_param.nr_points_max =
-        static_cast<uint32_t>(std::min<std::size_t>(2 * n, std::numeric_limits<uint32_t>::max()));
+    // the arrays every frame. The capacity is raised only once all three have grown: a growth
+    // that fails leaves it where the arrays still are.
     point_indices.resize(2 * n);
     point_coords.resize(6 * n);
     point_heights.resize(2 * n);
+    detector_param.nr_points_max =
+        static_cast<uint32_t>(std::min<std::size_t>(2 * n, std::numeric_limits<uint32_t>::max()));
   }
   for (std::size_t i = 0; i < n; ++i) {
     point_indices[i] = static_cast<int32_t>(i);

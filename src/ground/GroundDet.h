@@ -18,6 +18,7 @@ class GroundDet : public Algorithm {
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& lidarTypeName) override;
   void ParseParams() override;
+  static std::size_t TableBytes(LidarType type, const NumberParams& params);
 
   // Builds the detector and the work arrays. It does not look at the detector's own Init result,
   // on purpose: a detector with bad parameters then simply fails every Detect.
@@ -51,7 +52,7 @@ class GroundDet : public Algorithm {
   // and would otherwise withhold every near, low reference return it sees, growing without end.
   // Past the cap such returns stay in the frame, unclassified. A Marlo128 revolution has at most
   // 46,336 reference returns, so a packet stream never comes near it.
-  std::size_t max_withheld = std::size_t{1} << 20;
+  std::size_t max_withheld = kPointsMaxBound.max;
 
   // Work arrays of the last fit: index of each collected return, its x, y, z, and its height
   // above its plane as it was given back (NaN for a return over no usable plane). Nothing reads

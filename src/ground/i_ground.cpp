@@ -25,10 +25,10 @@ constexpr float kMinSpreadRatio = 4.0f;
 // Nearby fine cells listed per z-comparison candidate, so that empty cells can be skipped.
 constexpr int kOffsetsPerCandidate = 4;
 constexpr int kMaxCompareRadius = 16;  // fine cells
-// Beyond these the extra work buys nothing: the search keeps its best plane and smoothing has
-// long settled. They keep a wild configuration from stalling the host's thread.
-constexpr int kMaxHypotheses = 1000;
-constexpr int kMaxSmoothPasses = 100;
+// Whatever a detector is given directly, the iteration counts stay within their bounds, so a
+// wild configuration cannot stall the host's thread.
+constexpr int kMaxHypotheses = static_cast<int>(kRansacIterBound.max);
+constexpr int kMaxSmoothPasses = static_cast<int>(kSmoothIterBound.max);
 // A cell without a plane borrows one from its neighbours when at least this share of its own
 // samples lie on the borrowed plane, and either it has nr_inliers_min_threshold samples of its
 // own to judge by or this many fitted neighbours vouch for the plane.
@@ -37,6 +37,13 @@ constexpr int kMinFillNeighbours = 3;
 constexpr int kMaxFillPasses = 3;
 constexpr float kFillAgreementShare = 0.5f;
 constexpr float kEmptyCell = std::numeric_limits<float>::infinity();
+
+template <typename T>
+void GrowTo(std::vector<T>& buffer, std::size_t size) {
+  if (size > buffer.size()) {
+    buffer.resize(size);
+  }
+}
 
 float Dot3(const float* u, const float* v) {
   return u[0] * v[0] + u[1] * v[1] + u[2] * v[2];
@@ -97,12 +104,18 @@ struct PlaneBlend {
 }  // namespace
 
 bool PlaneFitGroundDetectorParam::Validate() const {
+  const bool sizes_bounded = WithinBound(nr_points_max, kPointsMaxBound) &&
+                             WithinBound(nr_grids_fine, kGridsFineBound) &&
+                             WithinBound(nr_grids_coarse, kGridsCoarseBound) &&
+                             WithinBound(nr_z_comp_candis, kZCompCandidatesBound) &&
+                             WithinBound(nr_samples_min_threshold, kSamplesMinBound) &&
+                             WithinBound(nr_samples_max_threshold, kSamplesMaxBound);
   const bool valid = nr_grids_coarse > 1 && nr_grids_coarse <= nr_grids_fine &&
                      nr_grids_fine != 0 && nr_points_max != 0 && nr_samples_min_threshold != 0 &&
                      nr_samples_max_threshold != 0 && nr_inliers_min_threshold != 0 &&
                      nr_ransac_iter_threshold != 0 && roi_region_rad_x > 0.0f &&
                      roi_region_rad_y > 0.0f && roi_region_rad_z > 0.0f &&
-                     planefit_dist_threshold_near <= planefit_dist_threshold_far;
+                     planefit_dist_threshold_near <= planefit_dist_threshold_far && sizes_bounded;
   if (!valid) {
     PrintErrorLine("Invalid ground detector parameters... ");
   }
@@ -121,7 +134,7 @@ bool PlaneFitGroundDetector::Init() {
   const float extent_y = param_.roi_region_rad_y - param_.roi_region_rad_y_min;
   const bool extents_usable =
       extent_x > 0.0f && extent_y > 0.0f && std::isfinite(extent_x) && std::isfinite(extent_y);
-  if (!extents_usable || param_.nr_grids_fine > kMaxGridCellsPerSide) {
+  if (!extents_usable) {
     return false;
   }
   fine_cells_ = static_cast<int>(param_.nr_grids_fine);
@@ -137,6 +150,21 @@ bool PlaneFitGroundDetector::Init() {
   Reserve(param_.nr_points_max);
   ready_ = true;
   return true;
+}
+
+std::size_t PlaneFitGroundDetector::TableBytes(const PlaneFitGroundDetectorParam& param) {
+  const std::size_t fine = std::min(param.nr_grids_fine, kGridsFineBound.max);
+  const std::size_t coarse = std::min(param.nr_grids_coarse, kGridsCoarseBound.max);
+  const std::size_t points = std::min(param.nr_points_max, kPointsMaxBound.max);
+  const std::size_t samples = std::min<std::size_t>(param.nr_samples_max_threshold, points);
+  const std::size_t per_fine = sizeof(float) + sizeof(uint8_t) + sizeof(int32_t);
+  const std::size_t per_coarse = 2 * sizeof(uint32_t) + 2 * sizeof(GroundPlane) + sizeof(Cell);
+  const std::size_t per_return = 2 * sizeof(int32_t) + sizeof(uint32_t);
+  const std::size_t per_sample = 3 * sizeof(float) + sizeof(uint8_t);
+  const std::size_t offsets =
+      2 * sizeof(int32_t) * (2 * kMaxCompareRadius + 1) * (2 * kMaxCompareRadius + 1);
+  return fine * fine * per_fine + coarse * coarse * per_coarse + points * per_return +
+         samples * per_sample + offsets;
 }
 
 void PlaneFitGroundDetector::AllocateGrids() {
@@ -197,17 +225,15 @@ void PlaneFitGroundDetector::BuildNeighbourOffsets() {
 }
 
 void PlaneFitGroundDetector::Reserve(unsigned count) {
-  if (count > return_fine_.size()) {
-    return_fine_.resize(count);
-    return_coarse_.resize(count);
-    sample_index_.resize(count);
-  }
+  // Each buffer is grown on its own test: when a growth fails part-way, the next call grows
+  // what is still short instead of trusting the first buffer's size for all.
+  GrowTo(return_fine_, count);
+  GrowTo(return_coarse_, count);
+  GrowTo(sample_index_, count);
   // A cell never holds more samples than the frame has returns.
   const std::size_t cell_samples = std::min(param_.nr_samples_max_threshold, count);
-  if (cell_samples > inlier_.size()) {
-    cell_xyz_.resize(cell_samples * 3);
-    inlier_.resize(cell_samples);
-  }
+  GrowTo(cell_xyz_, cell_samples * 3);
+  GrowTo(inlier_, cell_samples);
 }
 
 bool PlaneFitGroundDetector::Detect(const float* points, unsigned count, unsigned dim) {

@@ -3,15 +3,31 @@
 #ifndef VELMAR_GROUND_I_GROUND_H
 #define VELMAR_GROUND_I_GROUND_H
 
+#include <cstddef>
 #include <cstdint>
 #include <random>
 #include <vector>
+
+#include "framework/ParamBounds.h"
 
 namespace velmar {
 
 // Grids finer than this per side are a configuration error rather than a wish; a detector
 // refuses them at Init and ground detection keeps no plane grid for them.
 constexpr uint32_t kMaxGridCellsPerSide = 1024;
+
+// Bounds of the size-driving parameters (framework/ParamBounds.h). Grid sizes, sample counts and
+// the capacity beyond them fail the parameter check. The capacity is the most returns ground
+// detection ever withholds for one fit. The iteration counts are clamped: past these the search
+// keeps its best plane and smoothing has long settled, so more work buys nothing.
+constexpr ParamBound kPointsMaxBound{"nr_points_max", 1u << 20};
+constexpr ParamBound kGridsFineBound{"nr_grids_fine", kMaxGridCellsPerSide};
+constexpr ParamBound kGridsCoarseBound{"nr_grids_coarse", kMaxGridCellsPerSide};
+constexpr ParamBound kZCompCandidatesBound{"nr_z_comp_candis", 1024};
+constexpr ParamBound kSamplesMinBound{"nr_samples_min_threshold", 65536};
+constexpr ParamBound kSamplesMaxBound{"nr_samples_max_threshold", 65536};
+constexpr ParamBound kRansacIterBound{"nr_ransac_iter_threshold", 1000};
+constexpr ParamBound kSmoothIterBound{"nr_smooth_iter", 100};
 
 // How a cell came by its plane.
 enum PlaneOrigin : uint8_t {
@@ -70,6 +86,9 @@ class PlaneFitGroundDetector {
 
   // Checks the parameters and allocates every buffer. Detect fails until this has succeeded.
   bool Init();
+
+  // The bytes Init allocates for `param`, sizes taken at most at their bounds.
+  static std::size_t TableBytes(const PlaneFitGroundDetectorParam& param);
 
   // Fits the planes of all cells from `count` returns stored `dim` floats apart (x, y, z first).
   // Any count is accepted; the per-return buffers grow when it exceeds their capacity.

@@ -5,6 +5,7 @@
 #define VELMAR_MOTION_MOTION_GRID_H
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <vector>
@@ -50,6 +51,14 @@ class MotionGrid {
   };
 
   MotionGrid(int32_t rows, int32_t sub_cells);
+
+  static std::size_t CellCountFor(int32_t rows, int32_t sub_cells) {
+    return static_cast<std::size_t>(kColumns) * rows * sub_cells;
+  }
+  // The bytes of the current map and the history of a grid of this shape.
+  static std::size_t TableBytes(int32_t rows, int32_t sub_cells) {
+    return CellCountFor(rows, sub_cells) * (1 + kHistoryDepth) * sizeof(float);
+  }
 
   // The cell of a return; invalid when it lies outside the grid.
   Cell Locate(double hor_angle, double row_value, int64_t sub) const;

@@ -12,6 +12,10 @@ constexpr double kMovingFlag = 1.0;
 
 }  // namespace
 
+std::size_t MotionPoint::TableBytes(LidarType /*type*/, const NumberParams& /*params*/) {
+  return MotionGrid::TableBytes(kGridRows, kGridSubCells);
+}
+
 MotionPoint::MotionPoint(const std::string& name, const std::string& desc, LidarType type)
     : HistoryVoteAlgorithm(name, desc, type, kGridRows, kGridSubCells) {}
 

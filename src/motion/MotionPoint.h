@@ -13,6 +13,7 @@ class MotionPoint : public HistoryVoteAlgorithm {
   MotionPoint(const std::string& name, const std::string& desc, LidarType type);
 
   void Process(std::vector<_ori_point>& frame) override;
+  static std::size_t TableBytes(LidarType type, const NumberParams& params);
   // No ClearCache: the history describes the scene, not one frame, so there is nothing to forget.
 
   // By cell id, kept on purpose for hosts and tests that probe single cells; frames go through

@@ -48,19 +48,37 @@ int32_t SubCellsFor(LidarType type) {
   return kGridSubCells;
 }
 
+bool IsMarlo(LidarType type) {
+  return type == LIDAR_MARLO256 || type == LIDAR_MARLO128H || type == LIDAR_MARLO128;
+}
+
+// References kept per revolution without growing the lists: one per cell on the Marlo models and
+// one per grid position (the base face's) on the others.
+int32_t ReferencesPerRevolution(LidarType type, int32_t cells) {
+  return IsMarlo(type) ? cells : cells / SubCellsFor(type);
+}
+
 }  // namespace
+
+std::size_t UndistortPoint::TableBytes(LidarType type, const NumberParams& /*params*/) {
+  const std::size_t cells = MotionGrid::CellCountFor(RowsFor(type), SubCellsFor(type));
+  const std::size_t references =
+      static_cast<std::size_t>(ReferencesPerRevolution(type, static_cast<int32_t>(cells)));
+  const Model model = ModelOf(type);
+  const bool reemits = model != Model::kZephel && model != Model::kMarlo128;
+  const std::size_t per_reference =
+      sizeof(double) + sizeof(int32_t) + (reemits ? sizeof(_ori_point) : 0);
+  return MotionGrid::TableBytes(RowsFor(type), SubCellsFor(type)) + cells * 2 * sizeof(float) +
+         references * per_reference;
+}
 
 UndistortPoint::UndistortPoint(const std::string& name, const std::string& desc, LidarType type)
     : HistoryVoteAlgorithm(name, desc, type, RowsFor(type), SubCellsFor(type)),
       model_(ModelOf(type)),
       background_(static_cast<std::size_t>(grid_.CellCount()), kUnknownBackground),
       reference_index_(static_cast<std::size_t>(grid_.CellCount()), kNoReference) {
-  const bool marlo =
-      model_ == Model::kMarlo256 || model_ == Model::kMarlo128H || model_ == Model::kMarlo128;
-  dis_redund_thred = marlo ? kMarloRedundLimit : kFarRedundLimit;
-  // Room for one reference per cell on the Marlo models and one per grid position (the base
-  // face's) on the others, so that a revolution of ordinary size never grows the list.
-  const int32_t per_revolution = marlo ? grid_.CellCount() : grid_.CellCount() / SubCellsFor(type);
+  dis_redund_thred = IsMarlo(type) ? kMarloRedundLimit : kFarRedundLimit;
+  const int32_t per_revolution = ReferencesPerRevolution(type, grid_.CellCount());
   reference_ranges_.reserve(static_cast<std::size_t>(per_revolution));
   if (ReemitsReferences()) {
     references_.reserve(static_cast<std::size_t>(per_revolution));
@@ -333,14 +351,17 @@ void UndistortPoint::StoreOrReemit(_ori_point& point, const Cell& cell, bool mov
   CompensatePoint(extra_points_.back(), point.distance);
 }
 
+// The lists grow in this order so that a growth that fails part-way leaves nothing dangling: the
+// index map points only into reference_ranges_, which never outgrows references_, and every
+// cell given an index is already listed for the reset at the next revolution.
 void UndistortPoint::StoreReference(const _ori_point& point, const Cell& cell) {
-  reference_ranges_.push_back(point.distance);
   if (ReemitsReferences()) {
     references_.push_back(point);
   }
+  referenced_cells_.push_back(cell.index);
+  reference_ranges_.push_back(point.distance);
   reference_index_[static_cast<std::size_t>(cell.index)] =
       static_cast<float>(reference_ranges_.size() - 1);
-  referenced_cells_.push_back(cell.index);
 }
 
 int64_t UndistortPoint::ReferenceIn(int32_t cell) const {

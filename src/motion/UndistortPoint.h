@@ -17,6 +17,7 @@ class UndistortPoint : public HistoryVoteAlgorithm {
 
   void Process(std::vector<_ori_point>& frame) override;
   void ParseParams() override;
+  static std::size_t TableBytes(LidarType type, const NumberParams& params);
   // Forgets the reference returns of the frame under way; the history and the background
   // learned so far stay, since they describe the scene rather than one frame.
   void ClearCache() override {

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <random>
+#include <tuple>
 
 #include "filters/DragPoint.h"
 #include "framework/about.h"
@@ -20,26 +21,47 @@ std::vector<_ori_point> Packet(std::size_t n, uint64_t tag) {
   return packet;
 }
 
-// With the one-packet delay, the third call answers with the second packet, filtered.
-std::vector<_ori_point> FilterBetweenZeroPackets(DragPoint& drag, std::vector<_ori_point> middle) {
-  std::vector<_ori_point> packet = Packet(middle.size(), 0);
+// The verdict on point 0 against its only neighbour, point 1, of a packet filtered between two
+// empty ones (the third call answers with it): 3 removed, 2 or 1 its level, 0 none.
+uint32_t Verdict(DragPoint& drag, const _ori_point& point, const _ori_point& neighbour) {
+  std::vector<_ori_point> packet = Packet(96, 0);
   drag.Process(packet);
-  drag.Process(middle);
-  packet = Packet(middle.size(), 0);
+  packet[0] = point;
+  packet[1] = neighbour;
   drag.Process(packet);
-  return packet;
+  packet = Packet(96, 0);
+  drag.Process(packet);
+  const _ori_point& out = packet[0];
+  return out.x == 0.0 && out.y == 0.0 && out.z == 0.0 ? 3 : out.drag_level;
 }
 
-TEST(DragPoint, AnswersWithTheDelayedPacketAndKeepsItOverAClear) {
+// A point `step` away from `neighbour`, at `radians` from its line of sight, turned aside
+// horizontally.
+_ori_point Beside(const _ori_point& neighbour, double radians, double step) {
+  const double n = std::hypot(neighbour.x, neighbour.y, neighbour.z);  // no overflow
+  const double ux = neighbour.x / n, uy = neighbour.y / n, uz = neighbour.z / n;
+  const double side = std::hypot(ux, uy);  // a unit vector across the sight line
+  const double vx = -uy / side, vy = ux / side;
+  return MakePointXYZ(neighbour.x + step * (std::cos(radians) * ux + std::sin(radians) * vx),
+                      neighbour.y + step * (std::cos(radians) * uy + std::sin(radians) * vy),
+                      neighbour.z + step * std::cos(radians) * uz);
+}
+
+constexpr double kPi = 3.14159265358979323846;
+
+// Packets of changing size stay in bounds: each answer is the previous packet, whatever its size.
+TEST(DragPointTest, AnswersWithTheDelayedPacketAndKeepsItOverAClear) {
   auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_B1);
+  const std::size_t sizes[] = {96, 192, 128, 96, 192, 128, 96};
   const uint64_t answered[] = {1, 2, 2, 3, 5, 4, 6};  // cleared before the fifth call
   for (uint64_t tag = 1; tag <= 7; ++tag) {
     if (tag == 5) {
       drag->ClearCache();
     }
-    std::vector<_ori_point> packet = Packet(96, tag);
+    std::vector<_ori_point> packet = Packet(sizes[tag - 1], tag);
     drag->Process(packet);
     EXPECT_EQ(packet[0].timestamp, answered[tag - 1]) << "call " << tag;
+    EXPECT_EQ(packet.size(), sizes[answered[tag - 1] - 1]) << "call " << tag;
   }
   for (std::size_t odd_size : {0, 95, 127, 256}) {
     std::vector<_ori_point> packet = Packet(odd_size, 9);
@@ -50,33 +72,23 @@ TEST(DragPoint, AnswersWithTheDelayedPacketAndKeepsItOverAClear) {
   }
 }
 
-TEST(DragPoint, GradesByAngleBandAndStrictEdges) {
+// A neighbour 1 m away under 4 degrees removes, at 5 grades 2, at 8 grades 1; at 11 degrees, or
+// 2 m away or more, nothing. A cosine exactly at a band edge gives no verdict for that band.
+TEST(DragPointTest, GradesByAngleBandAndStrictEdges) {
   auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_B1);
-  struct Case {
-    double degrees, step;
-    bool removed;
-    uint32_t level;
-  };
-  for (const Case& c : {Case{3, 1, true, 0}, Case{5, 1, false, 2}, Case{8, 1, false, 1},
-                        Case{11, 1, false, 0}, Case{3, 2.5, false, 0}, Case{0, 2.0, false, 0}}) {
-    const double radians = c.degrees * 3.14159265358979323846 / 180.0;
-    std::vector<_ori_point> packet = Packet(96, 2);
-    // Point 0 is judged against its fourth neighbour only: point 1 on the y axis.
-    packet[0] = MakePointXYZ(c.step * std::sin(radians), 10.0 + c.step * std::cos(radians), 0.0);
-    packet[1] = MakePointXYZ(0.0, 10.0, 0.0);
-    const _ori_point out = FilterBetweenZeroPackets(*drag, packet)[0];
-    EXPECT_EQ(out.y == 0.0, c.removed) << c.degrees << " deg " << c.step << " m";
-    EXPECT_EQ(out.drag_level, c.level) << c.degrees << " deg " << c.step << " m";
+  const _ori_point on_y = MakePointXYZ(0.0, 10.0, 0.0);
+  const std::tuple<double, double, uint32_t> cases[] = {{3, 1, 3},  {5, 1, 2},   {8, 1, 1},
+                                                        {11, 1, 0}, {3, 2.5, 0}, {0, 2.0, 0}};
+  for (const auto& [degrees, step, verdict] : cases) {
+    EXPECT_EQ(Verdict(*drag, Beside(on_y, degrees * kPi / 180.0, step), on_y), verdict)
+        << degrees << " deg " << step << " m";
   }
   // A step of (0.75, 1, 0) from the ray of (0, 2, 0) has a cosine of exactly 0.8.
-  std::vector<_ori_point> packet = Packet(96, 2);
-  packet[0] = MakePointXYZ(0.75, 3.0, 0.0);
-  packet[1] = MakePointXYZ(0.0, 2.0, 0.0);
   drag->cos_filtered = 0.9;
   drag->cos_level_2 = 0.8;
-  EXPECT_EQ(FilterBetweenZeroPackets(*drag, packet)[0].drag_level, 0u);
+  EXPECT_EQ(Verdict(*drag, MakePointXYZ(0.75, 3.0, 0.0), MakePointXYZ(0.0, 2.0, 0.0)), 0u);
   drag->cos_filtered = 0.8;
-  EXPECT_EQ(FilterBetweenZeroPackets(*drag, packet)[0].y, 3.0);
+  EXPECT_EQ(Verdict(*drag, MakePointXYZ(0.75, 3.0, 0.0), MakePointXYZ(0.0, 2.0, 0.0)), 0u);
 }
 
 // The verdict of one neighbour, computed the plain way: square roots and division every time.
@@ -96,11 +108,10 @@ uint32_t PlainVerdict(const DragPoint& drag, const _ori_point& p, const _ori_poi
 
 // Neighbours are settled early from squared lengths where no verdict is possible; that must never
 // change a verdict, least of all next to the band edges and at extreme scales.
-TEST(DragPoint, VerdictsMatchThePlainComputationEverywhere) {
+TEST(DragPointTest, VerdictsMatchThePlainComputationEverywhere) {
   auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_B1);
   std::mt19937_64 random(12);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
-  const double pi = 3.14159265358979323846;
   const double band_edges[] = {4.0, 7.0, 10.0};
   int decided = 0;
   for (int i = 0; i < 6000; ++i) {
@@ -111,38 +122,28 @@ TEST(DragPoint, VerdictsMatchThePlainComputationEverywhere) {
     }
     // A step from the neighbour at an angle near a band edge (or anywhere), of a length near a
     // distance threshold (or anywhere), at ranges from millimetres to astronomical.
-    const double edge = band_edges[i % 3] * pi / 180.0;
+    const double edge = band_edges[i % 3] * kPi / 180.0;
     const double angle =
-        (i % 4 == 0) ? unit(random) * pi : edge * (1.0 + (unit(random) - 0.5) * 1e-6);
+        (i % 4 == 0) ? unit(random) * kPi : edge * (1.0 + (unit(random) - 0.5) * 1e-6);
     const double step = (i % 5 == 0) ? std::pow(10.0, unit(random) * 8 - 4)
                                      : 2.0 * (1.0 + (unit(random) - 0.5) * 1e-6);
     const double range =
         std::pow(10.0, unit(random) * (i % 7 == 0 ? 400 : 8) - (i % 7 == 0 ? 200 : 4));
-    const _ori_point neighbour = MakePointXYZ(0.3 * range, range, -0.1 * range);
-    const double n = std::hypot(0.3, 1.0, 0.1);
-    const double ux = 0.3 / n, uy = 1.0 / n, uz = -0.1 / n;  // along the ray
-    const double side = std::sqrt(ux * ux + uy * uy);        // a unit vector across it
-    const double vx = -uy / side, vy = ux / side;
-    const _ori_point point =
-        MakePointXYZ(neighbour.x + step * (std::cos(angle) * ux + std::sin(angle) * vx),
-                     neighbour.y + step * (std::cos(angle) * uy + std::sin(angle) * vy),
-                     neighbour.z + step * std::cos(angle) * uz);
-    std::vector<_ori_point> packet = Packet(96, 2);
-    packet[0] = point;
+    _ori_point neighbour = MakePointXYZ(0.3 * range, range, -0.1 * range);
+    const _ori_point point = Beside(neighbour, angle, step);
     // Every eleventh neighbour has no return: it sits at the origin, signed zeros included.
-    packet[1] = i % 11 == 0 ? MakePointXYZ(0.0, -0.0, 0.0) : neighbour;
-    const uint32_t expected = PlainVerdict(*drag, point, packet[1]);
-    const _ori_point out = FilterBetweenZeroPackets(*drag, packet)[0];
-    const bool removed = out.x == 0.0 && out.y == 0.0 && out.z == 0.0;
-    const uint32_t got = removed ? 3 : out.drag_level;
-    ASSERT_EQ(got, expected) << "case " << i << " angle " << angle << " step " << step << " range "
-                             << range;
+    if (i % 11 == 0) {
+      neighbour = MakePointXYZ(0.0, -0.0, 0.0);
+    }
+    const uint32_t expected = PlainVerdict(*drag, point, neighbour);
+    ASSERT_EQ(Verdict(*drag, point, neighbour), expected)
+        << "case " << i << " angle " << angle << " step " << step << " range " << range;
     decided += expected != 0;
   }
   EXPECT_GT(decided, 1000);  // the cases do reach every band
 }
 
-TEST(DragPoint, NeighboursFollowTheBlockLayoutAndThisPassRemovals) {
+TEST(DragPointTest, NeighboursFollowTheBlockLayoutAndThisPassRemovals) {
   for (bool single_block : {false, true}) {
     auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_ZEPHEL_T);
     drag->IsSupported(single_block ? kZephelT : kZephelB1);
@@ -163,17 +164,6 @@ TEST(DragPoint, NeighboursFollowTheBlockLayoutAndThisPassRemovals) {
     EXPECT_EQ(latest[1].y, 0.0);
     EXPECT_EQ(latest[2].y, 20.5);
     EXPECT_EQ(latest[47].y == 0.0, single_block);
-  }
-}
-
-TEST(DragPoint, PacketsOfChangingSizeStayInBounds) {
-  auto drag = test::MakeAlgoAs<DragPoint>(12, LIDAR_KR360);
-  const std::size_t sizes[] = {96, 192, 128, 96, 192, 96};
-  const std::size_t answered[] = {96, 192, 192, 128, 96, 192};
-  for (std::size_t i = 0; i < 6; ++i) {
-    std::vector<_ori_point> packet = test::MakeFrame(sizes[i]);
-    drag->Process(packet);
-    EXPECT_EQ(packet.size(), answered[i]);
   }
 }
 

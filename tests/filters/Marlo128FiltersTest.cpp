@@ -9,6 +9,7 @@
 #include "filters/FixedNoise128.h"
 #include "filters/HighRef128.h"
 #include "filters/LidarInterfere128.h"
+#include "framework/AlgoCommon.h"
 #include "support/TestSupport.h"
 
 namespace velmar {
@@ -135,7 +136,7 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 _ori_point At(uint32_t channel, int column, double distance) {
   _ori_point p = test::MakePoint(distance);
   p.channel = channel;
-  p.hor_angle = 30.0 + 0.167 * (column + 0.5);
+  p.hor_angle = kSweepGridFirstAngle + kSweepGridColumnStep * (column + 0.5);
   return p;
 }
 
@@ -182,8 +183,9 @@ TEST(LidarInterfere128Test, SupportComesFromFiveNearbyCellsWithinTheRangeToleran
   auto algo = Make();
   RunEmptyFrames(*algo, 6);
   // Removed, as nothing came before them, but remembered.
-  const Frame recorded = RunFrame(*algo, {At(10, 100, 20.0), At(10, 200, 20.0), At(10, 200, 50.0),
-                                          At(10, 300, 0.0), At(0, 719, 20.0), At(20, 500, 20.1)});
+  const Frame recorded =
+      RunFrame(*algo, {At(10, 100, 20.0), At(10, 200, 20.0), At(10, 200, 50.0), At(10, 300, 0.0),
+                       At(0, kSweepGridColumns - 1, 20.0), At(20, 500, 20.1)});
   EXPECT_FALSE(Kept(recorded[0]));
   const std::pair<_ori_point, bool> probes[] = {
       {At(10, 100, 29.99), true}, {At(10, 100, 30.0), false}, {At(10, 102, 25.0), true},
@@ -249,14 +251,15 @@ TEST(LidarInterfere128Test, PresenceAndNearCountsAreParameters) {
 TEST(LidarInterfere128Test, PointsOutsideTheGridAreNeverJudged) {
   auto algo = Make();
   RunEmptyFrames(*algo, 6);
-  Frame outside = {At(128, 10, 20.0), At(0xFFFFFFFFu, 10, 20.0), At(0, -1, 20.0), At(0, 720, 20.0),
-                   At(3, 10, -4.0)};
+  Frame outside = {At(128, 10, 20.0), At(0xFFFFFFFFu, 10, 20.0), At(0, -1, 20.0),
+                   At(0, kSweepGridColumns, 20.0), At(3, 10, -4.0)};
   for (double angle : {kNaN, -1e300, 1e300}) {
     outside.push_back(At(3, 10, 20.0));
     outside.back().hor_angle = angle;
   }
   EXPECT_TRUE(SameBytes(RunFrame(*algo, outside), outside));
-  const Frame odd = RunFrame(*algo, {At(3, 10, kNaN), At(0, 0, 20.0), At(127, 719, 20.0)});
+  const Frame odd =
+      RunFrame(*algo, {At(3, 10, kNaN), At(0, 0, 20.0), At(127, kSweepGridColumns - 1, 20.0)});
   EXPECT_TRUE(std::isnan(odd[0].distance));
   EXPECT_FALSE(Kept(odd[1]));
   EXPECT_FALSE(Kept(odd[2]));

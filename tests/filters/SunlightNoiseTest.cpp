@@ -39,50 +39,17 @@ Frame Judge(const std::string& params, const std::vector<Frame>& frames) {
   return out;
 }
 
-TEST(SunlightNoise, MissingKeysAreInsertedAsZero) {
-  auto filter = test::MakeAlgoAs<SunlightNoise>(2, LIDAR_MARLO256, R"({"filterWindowV": -2.9})");
-  EXPECT_EQ(filter->filter_window_v, -2);
-  EXPECT_EQ(filter->num_params.size(), 5u);
-  EXPECT_EQ(filter->num_params.at("rightReflectThreshold"), 0.0);
-}
-
-TEST(SunlightNoise, DelayedOutputAfterACacheClear) {
-  auto filter = test::MakeAlgoAs<SunlightNoise>(
-      2, LIDAR_MARLO256, R"({"validDistance": 10, "filterWindowV": 3, "filterWindowH": 5})");
-  // Frame k holds k strong points stamped k, so each output shows its source and its size.
-  const auto make = [](uint64_t k) {
-    Frame frame(static_cast<std::size_t>(k), Supporter());
-    for (_ori_point& p : frame) {
-      p.timestamp = k;
-    }
-    return frame;
-  };
-  for (int round = 0; round < 2; ++round) {
-    for (uint64_t k = 1; k <= 14; ++k) {
-      Frame frame = make(k);
-      filter->Process(frame);
-      const uint64_t source = k <= 5 ? k : (k <= 10 ? 5 : k - 5);
-      EXPECT_TRUE(test::SameBytes(frame, make(source))) << "round " << round << " call " << k;
-    }
-    filter->ClearCache();
-  }
-}
-
-TEST(SunlightNoise, EnergyFloorAloneWhileTheHistoryFills) {
+TEST(SunlightNoiseTest, EnergyFloorAloneWhileTheHistoryFills) {
   Frame frame{Return(7.0, 10.0, 1.0), Return(1.0, 70.0001, 1.0), Suspect(2), Return(1, 9, 1)};
   frame[3].mirror = 1;
-  const std::vector<Frame> one{frame};
-  const Frame out = Judge(R"({"validDistance": 10, "filterWindowV": 3})", one);
-  EXPECT_EQ(out[0].distance, 0.0);  // exactly 70 goes
-  EXPECT_EQ(out[1].distance, 1.0);
-  EXPECT_EQ(out[2].distance, 5.0);  // no support asked for yet
-  EXPECT_EQ(out[3].distance, 0.0);
-  auto small_blind = test::MakeAlgoAs<SunlightNoise>(2, LIDAR_MARLO256_SMALL_BLIND);
-  small_blind->Process(frame);
+  // Exactly 70 goes, 70.0001 stays: no support is asked for yet.
+  EXPECT_EQ(test::Ranges(Judge(R"({"validDistance": 10, "filterWindowV": 3})", {frame})),
+            (std::vector<double>{0.0, 1.0, 5.0, 0.0}));
+  test::MakeAlgo(2, LIDAR_MARLO256_SMALL_BLIND)->Process(frame);
   EXPECT_EQ(frame[3].distance, 1.0);  // mirror 1 is left alone on this model
 }
 
-TEST(SunlightNoise, SupportNeededPerEchoFromTheHistory) {
+TEST(SunlightNoiseTest, SupportNeededPerEchoFromTheHistory) {
   // One point per frame; frames 1..supporters support the suspect of frame 5, its own
   // unfiltered copy included.
   const auto kept = [](uint32_t echo, int supporters) {
@@ -99,7 +66,7 @@ TEST(SunlightNoise, SupportNeededPerEchoFromTheHistory) {
   EXPECT_FALSE(kept(2, 6));
 }
 
-TEST(SunlightNoise, IndexWindowReachesOneFurtherBack) {
+TEST(SunlightNoiseTest, IndexWindowReachesOneFurtherBack) {
   // The suspect at 10 of 20 points, supporters at the given offsets, nothing from the history.
   const auto kept = [](const std::string& window, std::initializer_list<int> offsets) {
     Frame frame(20, test::MakePoint(0.0));
@@ -118,7 +85,7 @@ TEST(SunlightNoise, IndexWindowReachesOneFurtherBack) {
   EXPECT_FALSE(kept("", {-4, -3, -2, -1, 1, 2, 3}));  // no key, no window
 }
 
-TEST(SunlightNoise, MidpointOfTheIndexNeighboursSupportsASecondEcho) {
+TEST(SunlightNoiseTest, MidpointOfTheIndexNeighboursSupportsASecondEcho) {
   // Supporters at -3, -2 and +2 leave a second echo one short; first echoes at -1 and +1 support
   // only through their midpoint, taken in single precision, in whole units from the suspect.
   const auto kept = [](double before, double after, double distance, bool weak_before = false) {
@@ -140,7 +107,7 @@ TEST(SunlightNoise, MidpointOfTheIndexNeighboursSupportsASecondEcho) {
   EXPECT_FALSE(kept(3.0, 7.0, 5.0, true));
 }
 
-TEST(SunlightNoise, WhatCountsAsSupport) {
+TEST(SunlightNoiseTest, WhatCountsAsSupport) {
   // In the frame a neighbour 2 m away supports through its pulse width, if under 3 apart.
   const auto kept_with_pulse = [](double pulse_width) {
     Frame frame(20, test::MakePoint(0.0));
@@ -170,21 +137,18 @@ TEST(SunlightNoise, WhatCountsAsSupport) {
   EXPECT_FALSE(kept_in_time(5e12, 5e12 + 3e9, 20.0));  // within tolerance, but past 32 bits
 }
 
-TEST(SunlightNoise, StrongEchoLevelsAreFixed) {
+TEST(SunlightNoiseTest, StrongEchoLevelsAreFixed) {
   const Frame frame{Return(5.0, 20.01, 1.0, 1), Return(5.0, 20.0, 1.0, 1),
                     Return(5.0, 80.01, 1.0, 0), Return(5.0, 80.0, 1.0, 0),
                     Return(5.0, 100.0, 1.0, 2)};
   const Frame out = Judge(R"({"validDistance": 10, "filterWindowH": -1,
                               "leftReflectThreshold": 1000, "rightReflectThreshold": 1000})",
                           std::vector<Frame>(6, frame));
-  EXPECT_EQ(out[0].distance, 5.0);
-  EXPECT_EQ(out[1].distance, 0.0);
-  EXPECT_EQ(out[2].distance, 5.0);
-  EXPECT_EQ(out[3].distance, 0.0);
-  EXPECT_EQ(out[4].distance, 0.0);  // strong, but neither echo index
+  // The last is strong, but of neither echo index.
+  EXPECT_EQ(test::Ranges(out), (std::vector<double>{5.0, 0.0, 5.0, 0.0, 0.0}));
 }
 
-TEST(SunlightNoise, ColumnNeighboursAndValidDistance) {
+TEST(SunlightNoiseTest, ColumnNeighboursAndValidDistance) {
   // Second echoes that find three supports in time (frames 4..6) and need one more: only a point
   // exactly 128 away gives it. Points at the valid distance are not judged at all.
   Frame frame(300, test::MakePoint(0.0));
@@ -198,97 +162,87 @@ TEST(SunlightNoise, ColumnNeighboursAndValidDistance) {
   }
   const Frame out =
       Judge(R"({"validDistance": 6, "filterWindowH": 1})", std::vector<Frame>(6, frame));
-  EXPECT_EQ(out[140].distance, 5.0);
-  EXPECT_EQ(out[150].distance, 0.0);
-  EXPECT_EQ(out[160].distance, 6.0);
-  EXPECT_EQ(out[170].distance, 0.0);
+  EXPECT_EQ(test::Ranges({out[140], out[150], out[160], out[170]}),
+            (std::vector<double>{5.0, 0.0, 6.0, 0.0}));
 }
 
-class SunlightNoise2Test : public ::testing::Test {
- protected:
-  // Filters `current` after `previous` on a fresh history and returns it.
-  Frame After(Frame previous, Frame current) {
-    filter->ClearCache();
+// A frame of `size` points at `range`, with the points of `moved` at other ranges.
+Frame Ranges(std::size_t size, double range,
+             std::vector<std::pair<std::size_t, double>> moved = {}) {
+  Frame frame = test::MakeFrame(size, range);
+  for (const auto& [index, distance] : moved) {
+    frame[index].distance = distance;
+  }
+  return frame;
+}
+
+Frame With(Frame frame, std::size_t index, uint32_t _ori_point::*field, uint32_t value) {
+  frame[index].*field = value;
+  return frame;
+}
+
+// Point `index` of `current` after `previous`, on a fresh history.
+TEST(SunlightNoise2Test, JudgesANearPointAgainstThePreviousColumn) {
+  struct Case {
+    const char* what;
+    LidarType type;
+    Frame previous, current;
+    std::size_t index;
+    double range;
+  };
+  const LidarType m = LIDAR_MARLO256;
+  const Frame first_apart = Ranges(128, 5.0, {{10, 7.0}});
+  const Frame second_apart = Ranges(128, 5.0, {{74, 7.0}});
+  const Frame mirror_one = With(Ranges(40, 0.0, {{10, 5.0}}), 10, &_ori_point::mirror, 1);
+  const Case cases[] = {
+      {"isolated", m, Ranges(128, 0.0), Ranges(128, 0.0, {{74, 5.0}}), 74, 0.0},
+      // 5.2f - 5.0f is just under 0.2, although 5.2 - 5.0 is over it in double: settled.
+      {"settled in floats", m, Ranges(40, 5.0, {{10, 5.2}}), Ranges(40, 5.0), 10, 5.0},
+      {"unsettled", m, Ranges(40, 5.0, {{10, 5.25}}), Ranges(40, 5.0), 10, 0.0},
+      {"within 0.1", m, Ranges(40, 5.0, {{10, 5.0625}}), Ranges(40, 5.0, {{11, 9.0}}), 10, 5.0},
+      // Two columns when the column starts share an echo: 74 follows 10 of the same frame and 10
+      // follows 74 of the previous one; with one column each follows its own place.
+      {"two columns, first", m, first_apart, first_apart, 10, 0.0},
+      {"two columns, second", m, second_apart, second_apart, 74, 0.0},
+      {"one column, first", m, first_apart, With(first_apart, 64, &_ori_point::echo, 1), 10, 7.0},
+      {"one column, second", m, second_apart, With(second_apart, 64, &_ori_point::echo, 1), 74,
+       7.0},
+      // Partners beyond a short previous frame contribute nothing.
+      {"no partner", m, Ranges(10, 9.0), Ranges(128, 0.0, {{20, 5.0}, {70, 5.0}}), 20, 5.0},
+      {"partner in frame", m, Ranges(10, 9.0), Ranges(128, 0.0, {{20, 5.0}, {70, 5.0}}), 70, 0.0},
+      {"short frames", m, Ranges(10, 9.0), Ranges(40, 0.0, {{20, 5.0}}), 20, 5.0},
+      {"mirror 1", m, Ranges(40, 0.0), mirror_one, 10, 0.0},
+      {"mirror 1, small blind", LIDAR_MARLO256_SMALL_BLIND, Ranges(40, 0.0), mirror_one, 10, 5.0},
+  };
+  for (const Case& c : cases) {
+    auto filter = test::MakeAlgo(3, c.type);
+    Frame previous = c.previous;
+    Frame current = c.current;
     filter->Process(previous);
     filter->Process(current);
-    return current;
-  }
-
-  std::shared_ptr<SunlightNoise2> filter = test::MakeAlgoAs<SunlightNoise2>(3, LIDAR_MARLO256);
-};
-
-TEST_F(SunlightNoise2Test, FirstFrameAfterAClearPassesUnchanged) {
-  // Two columns: point 74 is isolated and far from point 10 of its own frame.
-  Frame noisy = test::MakeFrame(128, 0.0);
-  noisy[74].distance = 5.0;
-  EXPECT_EQ(After(test::MakeFrame(128, 0.0), noisy)[74].distance, 0.0);
-  filter->ClearCache();
-  Frame first = noisy;
-  filter->Process(first);
-  EXPECT_TRUE(test::SameBytes(first, noisy));
-}
-
-TEST_F(SunlightNoise2Test, SpreadIsTakenInSinglePrecision) {
-  // 5.2f - 5.0f is just under 0.2 although 5.2 - 5.0 is just over it in double: a settled
-  // neighbourhood is left alone whatever the jump from the previous column.
-  Frame previous = test::MakeFrame(40, 5.0);
-  previous[10].distance = 5.2;
-  EXPECT_EQ(After(previous, test::MakeFrame(40, 5.0))[10].distance, 5.0);
-  previous[10].distance = 5.25;
-  EXPECT_EQ(After(previous, test::MakeFrame(40, 5.0))[10].distance, 0.0);
-  // Under 0.1 from the previous column is kept even when unsettled.
-  Frame current = test::MakeFrame(40, 5.0);
-  current[11].distance = 9.0;
-  previous[10].distance = 5.0625;
-  EXPECT_EQ(After(previous, current)[10].distance, 5.0);
-}
-
-TEST_F(SunlightNoise2Test, TwoColumnsWhenTheColumnStartsShareAnEcho) {
-  // With two columns point 74 follows point 10 of the same frame and point 10 follows point 74
-  // of the previous frame; with one column each follows its own place in the previous frame.
-  for (std::size_t index : {10u, 74u}) {
-    Frame previous = test::MakeFrame(128, 5.0);
-    Frame current = test::MakeFrame(128, 5.0);
-    previous[index].distance = 7.0;
-    current[index].distance = 7.0;
-    EXPECT_EQ(After(previous, current)[index].distance, 0.0) << index;
-    current[64].echo = 1;
-    EXPECT_EQ(After(previous, current)[index].distance, 7.0) << index;
+    EXPECT_EQ(current[c.index].distance, c.range) << c.what;
   }
 }
 
-TEST_F(SunlightNoise2Test, MissingPartnersContributeNothing) {
-  // The previous frame is short: point 20 has no partner and stays, point 70's is in this frame.
-  Frame current = test::MakeFrame(128, 0.0);
-  current[20].distance = 5.0;
-  current[70].distance = 5.0;
-  Frame out = After(test::MakeFrame(10, 9.0), current);
-  EXPECT_EQ(out[20].distance, 5.0);
-  EXPECT_EQ(out[70].distance, 0.0);
-  out = After(test::MakeFrame(10, 9.0), Frame(current.begin(), current.begin() + 40));
-  EXPECT_EQ(out[20].distance, 5.0);
+// The first frame, and the first after a clear, pass unchanged; later frames are judged against
+// the previous frame as it came in, not as it was filtered.
+TEST(SunlightNoise2Test, FirstFramePassesAndTheNextComparesWithItAsItCameIn) {
+  auto filter = test::MakeAlgo(3, LIDAR_MARLO256);
+  const Frame zeros = Ranges(40, 0.0);
+  const Frame noisy = Ranges(40, 0.0, {{10, 6.0}});
+  const std::pair<Frame, double> calls[] = {
+      {noisy, 6.0}, {zeros, 0.0}, {noisy, 0.0}, {noisy, 6.0}, {zeros, 0.0}};
+  for (int round = 0; round < 2; ++round) {
+    for (const auto& [input, kept] : calls) {
+      Frame frame = input;
+      filter->Process(frame);
+      EXPECT_EQ(frame[10].distance, kept) << "round " << round;
+    }
+    filter->ClearCache();
+  }
 }
 
-TEST_F(SunlightNoise2Test, ComparesWithThePreviousFrameAsItCameIn) {
-  Frame frame = test::MakeFrame(40, 0.0);
-  frame[10].distance = 6.0;
-  Frame second = frame;
-  Frame out = After(test::MakeFrame(40, 0.0), frame);
-  filter->Process(second);
-  EXPECT_EQ(out[10].distance, 0.0);
-  EXPECT_EQ(second[10].distance, 6.0);  // judged against 6.0, not the deleted point
-}
-
-TEST_F(SunlightNoise2Test, MirrorOneIsLeftAloneOnTheSmallBlindModel) {
-  Frame current = test::MakeFrame(40, 0.0);
-  current[10].distance = 5.0;
-  current[10].mirror = 1;
-  EXPECT_EQ(After(test::MakeFrame(40, 0.0), current)[10].distance, 0.0);
-  filter = test::MakeAlgoAs<SunlightNoise2>(3, LIDAR_MARLO256_SMALL_BLIND);
-  EXPECT_EQ(After(test::MakeFrame(40, 0.0), current)[10].distance, 5.0);
-}
-
-TEST(SunlightNoise3, StrictEdges) {
+TEST(SunlightNoise3Test, StrictEdges) {
   // Limits 3 m, pulse 3, strength 0.9, all strict.
   const char* p = R"({"max_distance": 9})";
   const LidarType b1 = LIDAR_ZEPHEL_B1;

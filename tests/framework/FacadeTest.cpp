@@ -1,4 +1,5 @@
-// The pipeline as a host sees it.
+// What a host sees of the library: model names and version strings, and a pipeline that serves
+// callers of several threads one at a time.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,71 +14,18 @@ namespace {
 
 using test::CaptureOutput;
 using test::MakeFrame;
-using test::SameBytes;
 
-const char* const kUnderground =
-    "{\"version\": \"2.0.6\", \"algo_list\": [{\"id\": 5, \"enabled\": true, \"name\": \"under\","
-    " \"param\": {\"filter_ground_height\": 1.0}}]}";
-
-std::vector<_ori_point> FrameWithDepths(std::initializer_list<double> depths) {
-  std::vector<_ori_point> frame;
-  for (double z : depths) {
-    _ori_point p = test::MakePointXYZ(1.0, 2.0, z);
-    p.distance = 5.0;
-    frame.push_back(p);
+TEST(FacadeTest, ModelNamesVersionAndDebugStrings) {
+  EXPECT_EQ(LidarTypeToStr(0), "Orvik16");
+  EXPECT_EQ(LidarTypeToStr(7), "QuillA3");
+  EXPECT_EQ(LidarTypeToStr(15), "ZephelB2/B3/MP");
+  EXPECT_EQ(LidarTypeToStr(17), "Marlo128");
+  EXPECT_EQ(LidarTypeToStr(LIDAR_KR360), "KR360");
+  for (int outside : {22, -1, 1 << 30}) {
+    EXPECT_EQ(LidarTypeToStr(outside), "") << outside;
   }
-  return frame;
-}
-
-TEST(Facade, CreateWithoutAConfigurationPassesFramesUnchanged) {
-  for (const std::string& path : {std::string(), std::string("/nonexistent.json")}) {
-    std::unique_ptr<ILidarAlgo> pipeline;
-    const std::string printed =
-        CaptureOutput([&] { pipeline = ILidarAlgo::Create(LIDAR_MARLO128, path); });
-    EXPECT_EQ(printed, path.empty() ? "[algo]: algo json file is empty!\n"
-                                    : "[algo]: open json file /nonexistent.json failed!\n");
-    ASSERT_NE(pipeline, nullptr);
-    std::vector<_ori_point> frame = FrameWithDepths({-5.0, 0.0, 3.0});
-    const std::vector<_ori_point> original = frame;
-    pipeline->Process(frame);
-    EXPECT_TRUE(SameBytes(frame, original));
-  }
-}
-
-TEST(Facade, UpdateAlgoParam) {
-  std::unique_ptr<ILidarAlgo> pipeline;
-  CaptureOutput([&] { pipeline = ILidarAlgo::Create(LIDAR_MARLO128, ""); });
-  bool result = true;
-  EXPECT_EQ(CaptureOutput([&] { result = pipeline->UpdateAlgoParam(""); }),
-            "[algo]: algo json string is empty!\n");
-  EXPECT_FALSE(result);
-
-  EXPECT_EQ(CaptureOutput([&] { result = pipeline->UpdateAlgoParam(kUnderground); }),
-            "[algo]: under is added!\n");
-  EXPECT_TRUE(result);
-  auto removedCount = [&] {
-    std::vector<_ori_point> frame = FrameWithDepths({-2.0, -0.5, -1.5});
-    pipeline->Process(frame);
-    int removed = 0;
-    for (const _ori_point& p : frame)
-      removed += p.distance == 0.0;
-    return removed;
-  };
-  EXPECT_EQ(removedCount(), 2);
-
-  // A refused text and a disabled table both keep the running algorithms.
-  CaptureOutput([&] { result = pipeline->UpdateAlgoParam("{\"version\": \"1.0\"}"); });
-  EXPECT_FALSE(result);
-  EXPECT_EQ(removedCount(), 2);
-  CaptureOutput(
-      [&] { result = pipeline->UpdateAlgoParam("{\"version\": \"2.0.6\", \"enabled\": false}"); });
-  EXPECT_TRUE(result);
-  EXPECT_EQ(removedCount(), 2);
-
-  // An accepted text replaces everything, here with nothing.
-  CaptureOutput([&] { result = pipeline->UpdateAlgoParam("{\"version\": \"2.0.6\"}"); });
-  EXPECT_TRUE(result);
-  EXPECT_EQ(removedCount(), 0);
+  EXPECT_EQ(ILidarAlgo::VersionNumber(), "2.0.6");
+  EXPECT_EQ(ILidarAlgo::DebugString(), "");
 }
 
 // Records how many calls of Process overlap, to show that the pipeline serialises its callers.
@@ -110,7 +58,7 @@ class ProbedPipeline : public LidarAlgo {
   }
 };
 
-TEST(Facade, ConcurrentCallersAreServedOneAtATime) {
+TEST(FacadeTest, ConcurrentCallersAreServedOneAtATime) {
   auto probe = std::make_shared<OverlapProbe>();
   std::unique_ptr<ProbedPipeline> pipeline;
   CaptureOutput([&] { pipeline = std::make_unique<ProbedPipeline>(probe); });

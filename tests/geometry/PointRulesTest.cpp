@@ -1,9 +1,7 @@
-// The rain, underground and edge-channel rules.
+// The per-point rules: rain, underground, edge channels, and the coordinate transform.
 #include <gtest/gtest.h>
 
 #include "filters/DeletePoint.h"
-#include "geometry/RainPoint.h"
-#include "geometry/UnderGroundPoint.h"
 #include "support/TestSupport.h"
 
 namespace velmar {
@@ -12,64 +10,26 @@ namespace {
 using test::MakeAlgoAs;
 using test::Ret;
 
-Ret Return(double distance, double pulseWidth) {
-  return test::Ret(distance).Pulse(pulseWidth);
-}
-
-std::string RainParams(const std::string& distance, const std::string& reflection,
-                       const std::string& intensity) {
-  return "{\"validDistance\": " + distance + ", \"reflectionThreshold\": " + reflection +
-         ", \"intensityThreshold\": " + intensity + "}";
-}
-
-TEST(RainPoint, ParameterSetIsAcceptedOrRefusedWhole) {
-  struct Case {
-    std::string params;
-    bool accepted;
-  };
-  const std::vector<Case> cases = {
-      {RainParams("50", "1", "0"), true},
-      {RainParams("50.0001", "1", "0"), false},
-      {RainParams("0", "1", "0"), false},
-      {RainParams("5", "0", "0"), false},
-      {RainParams("5", "1", "300"), true},
-      {RainParams("5", "1", "300.5"), false},
-      {RainParams("5", "1", "-0.1"), false},
-      {"{\"validDistance\": 20}", false},
-      {"{}", false},
-  };
-  for (const Case& c : cases) {
-    std::string printed;
-    auto rain = MakeAlgoAs<RainPoint>(4, LIDAR_ORVIK16, c.params, &printed);
-    if (c.accepted) {
-      EXPECT_EQ(printed, "") << c.params;
-      EXPECT_NE(rain->valid_distance, 6.0) << c.params;
-    } else {
-      EXPECT_EQ(printed, "[algo]: RainPoint algo param is invalid!\n") << c.params;
-      EXPECT_EQ(rain->valid_distance, 6.0);
-      EXPECT_EQ(rain->reflection_threshold, 40.0);
-      EXPECT_EQ(rain->intensity_threshold, 299.0);
-    }
-  }
-}
-
 // Rain: a near return goes when weak (pulse x 0.15 x range under the reflection threshold) or
 // when pulse x 0.15 is above the intensity threshold; with a zero intensity threshold any pulse
 // condemns it. Underground: the height is narrowed to a float and the depth is exclusive.
-TEST(PointRules, RainAndUndergroundEdges) {
+TEST(PointRulesTest, RainAndUndergroundEdges) {
   const LidarType o = LIDAR_ORVIK16;
-  const std::string usual = RainParams("6", "40", "299");
-  const std::string any_pulse = RainParams("6", "0.0001", "0");
-  const std::string weak_only = RainParams("6", "0.0001", "299");
+  const char* usual =
+      R"({"validDistance": 6, "reflectionThreshold": 40, "intensityThreshold": 299})";
+  const char* any_pulse =
+      R"({"validDistance": 6, "reflectionThreshold": 0.0001, "intensityThreshold": 0})";
+  const char* weak_only =
+      R"({"validDistance": 6, "reflectionThreshold": 0.0001, "intensityThreshold": 299})";
   const char* under = "{\"filter_ground_height\": 0.87}";
   const char* zero = "{\"filter_ground_height\": 0}";
   const LidarType m = LIDAR_MARLO128;
-  test::ExpectRemovals({{4, o, usual.c_str(), Return(5.0, 50.0), true},
-                        {4, o, usual.c_str(), Return(5.0, 60.0), false},
-                        {4, o, usual.c_str(), Return(6.0, 1.0), false},
-                        {4, o, usual.c_str(), Return(5.9, 2000.0), true},
-                        {4, o, any_pulse.c_str(), Return(3.0, 0.001), true},
-                        {4, o, weak_only.c_str(), Return(3.0, 0.001), false},
+  test::ExpectRemovals({{4, o, usual, Ret(5.0).Pulse(50.0), true},
+                        {4, o, usual, Ret(5.0).Pulse(60.0), false},
+                        {4, o, usual, Ret(6.0).Pulse(1.0), false},
+                        {4, o, usual, Ret(5.9).Pulse(2000.0), true},
+                        {4, o, any_pulse, Ret(3.0).Pulse(0.001), true},
+                        {4, o, weak_only, Ret(3.0).Pulse(0.001), false},
                         {5, m, under, Ret(4.0).Z(-0.87), false},
                         {5, m, under, Ret(4.0).Z(-static_cast<double>(0.87f)), false},
                         {5, m, under, Ret(4.0).Z(-0.8700001), true},
@@ -77,27 +37,72 @@ TEST(PointRules, RainAndUndergroundEdges) {
                         {5, m, zero, Ret(4.0).Z(0.0), false}});
 }
 
-TEST(UnderGroundPoint, InvalidHeightKeepsTheCurrentOne) {
-  for (const char* params :
-       {"{}", "{\"filter_ground_height\": -0.1}", "{\"filter_ground_height\": \"1\"}"}) {
-    std::string printed;
-    auto under = MakeAlgoAs<UnderGroundPoint>(5, LIDAR_MARLO128, params, &printed);
-    EXPECT_EQ(printed, "[algo]:UnderGroundPoint param is invalid!\n") << params;
-    EXPECT_EQ(under->filter_ground_height, 0.87f);
-  }
-}
-
-TEST(DeletePoint, ClearsNearReturnsOfEdgeChannelsOnly) {
+TEST(DeletePointTest, ClearsNearReturnsOfEdgeChannelsOnly) {
   auto rule = MakeAlgoAs<DeletePoint>(16, LIDAR_ZEPHEL_B1);
   EXPECT_TRUE(rule->IsSupported("ZephelB1"));
   EXPECT_FALSE(rule->IsSupported("ZephelB1 "));
   std::vector<test::RuleCase> cases;
   for (uint32_t channel : {0u, 1u, 2u, 3u, 61u, 62u, 63u, 64u, 65u}) {
     const bool edge = channel == 1 || channel == 2 || (channel >= 62 && channel <= 64);
-    cases.push_back({16, LIDAR_ZEPHEL_B1, "{}", Return(3.999, 7.0).Channel(channel), edge});
+    cases.push_back({16, LIDAR_ZEPHEL_B1, "{}", Ret(3.999).Pulse(7.0).Channel(channel), edge});
   }
-  cases.push_back({16, LIDAR_ZEPHEL_B1, "{}", Return(4.0, 7.0).Channel(63), false});
+  cases.push_back({16, LIDAR_ZEPHEL_B1, "{}", Ret(4.0).Pulse(7.0).Channel(63), false});
   test::ExpectRemovals(cases, true);
+}
+
+TEST(CalculateRotateAllPointCloudTest, RotatesXThenYThenZThenMovesAndAppliesTheSecondTransform) {
+  struct Case {
+    const char* params;
+    double x, y, z;  // in
+    double to_x, to_y, to_z;
+  };
+  const Case cases[] = {
+      // The axis swap takes effect only through a rotation: (y, -x), then a half turn.
+      {R"({"x_forward_flag": 1, "transformRotateZ": 180})", 1, 2, 3, -2, 1, 3},
+      // Rx(90) takes +y to +z, which Rz leaves alone; the opposite order would end on -x.
+      {R"({"transformRotateX": 90, "transformRotateZ": 90})", 0, 1, 0, 0, 0, 1},
+      {R"({"transformRotateX": 90, "secondTransformRotateZ": 90})", 0, 1, 0, 0, 0, 1},
+      // The second transform comes after the first, and its rotation turns the first translation.
+      {R"({"transformRotateZ": 90, "secondTransformMoveX": 1})", 1, 0, 0, 1, 1, 0},
+      {R"({"transformMoveX": 1, "secondTransformRotateZ": 90})", 0, 0, 0, 0, 1, 0},
+  };
+  for (const Case& c : cases) {
+    std::vector<_ori_point> frame{test::MakePointXYZ(c.x, c.y, c.z)};
+    test::MakeAlgo(31, LIDAR_MARLO128, c.params)->Process(frame);
+    EXPECT_NEAR(frame[0].x, c.to_x, 1e-6) << c.params;
+    EXPECT_NEAR(frame[0].y, c.to_y, 1e-6) << c.params;
+    EXPECT_NEAR(frame[0].z, c.to_z, 1e-6) << c.params;
+  }
+}
+
+TEST(CalculateRotateAllPointCloudTest, SinglePrecisionAnglesAndOffsets) {
+  std::vector<_ori_point> frame{test::MakePointXYZ(1, 0, 0)};
+  test::MakeAlgo(31, LIDAR_MARLO128, R"({"transformRotateZ": 90})")->Process(frame);
+  // cos(90 * float(pi/180)) is about 1.2e-8; the exact factor would give about 6e-17.
+  EXPECT_NEAR(frame[0].x, 1.2167964e-8, 1e-14);
+  EXPECT_NEAR(frame[0].y, 1.0, 1e-15);
+  EXPECT_EQ(frame[0].z, 0.0);
+  // Without a rotation the swap is not applied; removed points move like the others.
+  frame = {test::MakePointXYZ(1, 2, 3), test::MakePointXYZ(0, 0, -1)};
+  frame[0].distance = 7.0;
+  test::MakeAlgo(31, LIDAR_ZEPHEL_T,
+                 R"({"x_forward_flag": 1, "transformMoveZ": 1.5, "transformMoveY": 0.1})")
+      ->Process(frame);
+  EXPECT_EQ(frame[0].x, 1.0);
+  EXPECT_EQ(frame[0].y, 2.0 + static_cast<double>(0.1f));
+  EXPECT_EQ(frame[0].z, 4.5);
+  EXPECT_EQ(frame[0].distance, 7.0);
+  EXPECT_EQ(frame[1].z, 0.5);
+  EXPECT_EQ(frame[1].distance, 0.0);
+}
+
+TEST(CalculateRotateAllPointCloudTest, IdentityWithSwapFlagLeavesFrameUnchanged) {
+  std::vector<_ori_point> frame = {test::MakePointXYZ(1.0, 2.0, 3.0),
+                                   test::MakePointXYZ(-0.0, 5.0, -1.0)};
+  const std::vector<_ori_point> before = frame;
+  test::MakeAlgo(31, LIDAR_MARLO192, R"({"x_forward_flag": 1, "transformRotateX": 0})")
+      ->Process(frame);
+  EXPECT_TRUE(test::SameBytes(frame, before));
 }
 
 }  // namespace

@@ -53,48 +53,21 @@ float HeightOfGround(const GroundPlane& p, float x, float y) {
   return -(p.a * x + p.b * y + p.d) / p.c;
 }
 
-std::string ValidateMessage(const PlaneFitGroundDetectorParam& param, bool* valid) {
-  testing::internal::CaptureStderr();
-  *valid = param.Validate();
-  return testing::internal::GetCapturedStderr();
+// The ground height at (x, y) by the plane of its cell; NaN where the cell has none.
+float GroundAt(const PlaneFitGroundDetector& d, float x, float y) {
+  const GroundPlane* plane = CellAt(d, x, y);
+  return plane == nullptr ? std::nanf("") : HeightOfGround(*plane, x, y);
 }
 
-TEST(PlaneFitGroundDetectorParam, RejectsEachBadValueOnTheErrorStreamAndAcceptsEdges) {
-  using P = PlaneFitGroundDetectorParam;
-  const std::vector<void (*)(P&)> breakers = {
-      [](P& p) { p.nr_grids_coarse = 1; },
-      [](P& p) { p.nr_grids_fine = 15; },
-      [](P& p) { p.nr_points_max = 0; },
-      [](P& p) { p.nr_samples_min_threshold = 0; },
-      [](P& p) { p.nr_samples_max_threshold = 0; },
-      [](P& p) { p.nr_inliers_min_threshold = 0; },
-      [](P& p) { p.nr_ransac_iter_threshold = 0; },
-      [](P& p) { p.roi_region_rad_x = 0.0f; },
-      [](P& p) { p.roi_region_rad_y = -1.0f; },
-      [](P& p) { p.roi_region_rad_z = 0.0f; },
-      [](P& p) { p.planefit_dist_threshold_near = 0.2001f; },
-  };
-  for (std::size_t k = 0; k < breakers.size(); ++k) {
-    P p;
-    breakers[k](p);
-    bool valid = true;
-    EXPECT_EQ(ValidateMessage(p, &valid), "Invalid ground detector parameters... \n") << k;
-    EXPECT_FALSE(valid) << k;
-  }
-  // The defaults and these edge values pass silently: coarse may equal fine, near equal far.
-  P edges;
-  edges.nr_grids_coarse = 2;
-  edges.nr_grids_fine = 2;
-  edges.planefit_dist_threshold_near = edges.planefit_dist_threshold_far;
-  edges.roi_region_rad_x = 1e-6f;
-  for (const P& p : {P(), edges}) {
-    bool valid = false;
-    EXPECT_EQ(ValidateMessage(p, &valid), "");
-    EXPECT_TRUE(valid);
-  }
+// A detector of `param` after one successful detection over `xyz`.
+PlaneFitGroundDetector Fitted(const std::vector<float>& xyz,
+                              const PlaneFitGroundDetectorParam& param = {}) {
+  PlaneFitGroundDetector detector = MakeDetector(param);
+  EXPECT_TRUE(Detect(detector, xyz));
+  return detector;
 }
 
-TEST(PlaneFitGroundDetector, RecoversATiltedPlaneDespiteOutliers) {
+TEST(PlaneFitGroundDetectorTest, RecoversATiltedPlaneDespiteOutliers) {
   const Plane truth{0.03f, -0.02f, -2.0f};
   std::vector<float> xyz;
   AddGround(xyz, truth, -18, -18, 36);
@@ -110,8 +83,7 @@ TEST(PlaneFitGroundDetector, RecoversATiltedPlaneDespiteOutliers) {
       }
     }
   }
-  PlaneFitGroundDetector detector = MakeDetector();
-  ASSERT_TRUE(Detect(detector, xyz));
+  PlaneFitGroundDetector detector = Fitted(xyz);
   const float length = std::sqrt(1 + truth.slope_x * truth.slope_x + truth.slope_y * truth.slope_y);
   for (float cy : {-13.5f, -4.5f, 4.5f, 13.5f}) {
     for (float cx : {-13.5f, -4.5f, 4.5f, 13.5f}) {
@@ -126,7 +98,7 @@ TEST(PlaneFitGroundDetector, RecoversATiltedPlaneDespiteOutliers) {
   }
 }
 
-TEST(PlaneFitGroundDetector, ResultsDependOnTheFrameAloneNotOnCallHistory) {
+TEST(PlaneFitGroundDetectorTest, ResultsDependOnTheFrameAloneNotOnCallHistory) {
   // Heights scattered over +-25 cm: every hypothesis keeps a different inlier set, so the plane
   // depends on which samples were drawn.
   std::vector<float> noisy;
@@ -136,8 +108,7 @@ TEST(PlaneFitGroundDetector, ResultsDependOnTheFrameAloneNotOnCallHistory) {
   }
   std::vector<float> other;
   AddGround(other, {0.0f, 0.02f, -1.8f}, -9, -9, 27);
-  PlaneFitGroundDetector detector = MakeDetector();
-  ASSERT_TRUE(Detect(detector, noisy));
+  PlaneFitGroundDetector detector = Fitted(noisy);
   const GroundPlane first = *CellAt(detector, 4.5f, 4.5f);
   ASSERT_TRUE(Detect(detector, other));
   ASSERT_TRUE(Detect(detector, noisy));
@@ -146,7 +117,7 @@ TEST(PlaneFitGroundDetector, ResultsDependOnTheFrameAloneNotOnCallHistory) {
             std::tie(again.a, again.b, again.c, again.d, again.support));
 }
 
-TEST(PlaneFitGroundDetector, SparseOrDegenerateCellsGetNoPlane) {
+TEST(PlaneFitGroundDetectorTest, SparseOrDegenerateCellsGetNoPlane) {
   std::vector<float> xyz;
   AddGround(xyz, {0, 0, -2}, 36.5f, 36.5f, 2.75f);  // 121 samples, below the 128 needed
   // A single scan line: it lies in countless planes.
@@ -159,18 +130,15 @@ TEST(PlaneFitGroundDetector, SparseOrDegenerateCellsGetNoPlane) {
       xyz.insert(xyz.end(), {x, y, -3.0f + 0.84f * (x - 40)});
     }
   }
-  PlaneFitGroundDetector detector = MakeDetector();
-  ASSERT_TRUE(Detect(detector, xyz));
+  PlaneFitGroundDetector detector = Fitted(xyz);
   EXPECT_EQ(CellAt(detector, 37, 37), nullptr);
   EXPECT_EQ(CellAt(detector, -39, -39), nullptr);
   EXPECT_EQ(CellAt(detector, 40.5f, -55), nullptr);
 
   PlaneFitGroundDetectorParam fewer;
   fewer.nr_samples_min_threshold = 121;
-  PlaneFitGroundDetector lenient = MakeDetector(fewer);
-  ASSERT_TRUE(Detect(lenient, xyz));
-  ASSERT_NE(CellAt(lenient, 37, 37), nullptr);
-  EXPECT_NEAR(HeightOfGround(*CellAt(lenient, 37, 37), 37, 37), -2.0f, 0.01f);
+  PlaneFitGroundDetector lenient = Fitted(xyz, fewer);
+  EXPECT_NEAR(GroundAt(lenient, 37, 37), -2.0f, 0.01f);
 }
 
 // Three rows of cells; the middle one of the centre row is given only `middle` returns.
@@ -186,20 +154,18 @@ std::vector<float> GroundWithSparseMiddle(float middle_rise, float middle_step) 
   return xyz;
 }
 
-TEST(PlaneFitGroundDetector, FillsASparseCellOnlyWhenItsReturnsAgree) {
+TEST(PlaneFitGroundDetectorTest, FillsASparseCellOnlyWhenItsReturnsAgree) {
   PlaneFitGroundDetector detector = MakeDetector();
   ASSERT_TRUE(Detect(detector, GroundWithSparseMiddle(0.0f, 1.0f)));  // 81 returns
-  const GroundPlane* filled = CellAt(detector, 13.5f, 13.5f);
-  ASSERT_NE(filled, nullptr);
-  EXPECT_EQ(filled->origin, kPlaneFilled);
-  EXPECT_NEAR(HeightOfGround(*filled, 13.5f, 13.5f), -2.0f, 0.01f);
+  ASSERT_NEAR(GroundAt(detector, 13.5f, 13.5f), -2.0f, 0.01f);
+  EXPECT_EQ(CellAt(detector, 13.5f, 13.5f)->origin, kPlaneFilled);
 
   ASSERT_TRUE(Detect(detector, GroundWithSparseMiddle(0.5f, 1.0f)));  // a raised platform
   EXPECT_EQ(CellAt(detector, 13.5f, 13.5f), nullptr);
   EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
 }
 
-TEST(PlaneFitGroundDetector, RejectsACellLeaningAwayFromTheRestOfTheGround) {
+TEST(PlaneFitGroundDetectorTest, RejectsACellLeaningAwayFromTheRestOfTheGround) {
   std::vector<float> xyz;
   for (int row = 0; row < 3; ++row) {
     for (int column = 0; column < 3; ++column) {
@@ -208,18 +174,16 @@ TEST(PlaneFitGroundDetector, RejectsACellLeaningAwayFromTheRestOfTheGround) {
       AddGround(xyz, {rise, 0, -2.0f - rise * 13.5f}, column * kCell, row * kCell, kCell, 0.5f);
     }
   }
-  PlaneFitGroundDetector strict = MakeDetector();
-  ASSERT_TRUE(Detect(strict, xyz));
+  PlaneFitGroundDetector strict = Fitted(xyz);
   EXPECT_EQ(CellAt(strict, 13.5f, 13.5f), nullptr);
   PlaneFitGroundDetectorParam loose;
   loose.planefit_orien_threshold = 10.0f;
-  PlaneFitGroundDetector tolerant = MakeDetector(loose);
-  ASSERT_TRUE(Detect(tolerant, xyz));
+  PlaneFitGroundDetector tolerant = Fitted(xyz, loose);
   ASSERT_NE(CellAt(tolerant, 13.5f, 13.5f), nullptr);
   EXPECT_EQ(CellAt(tolerant, 13.5f, 13.5f)->origin, kPlaneFitted);
 }
 
-TEST(PlaneFitGroundDetector, InlierBandWidensBeyondTheNearZone) {
+TEST(PlaneFitGroundDetectorTest, InlierBandWidensBeyondTheNearZone) {
   // The same +-15 cm scatter in a near cell and in one past roi_near_rad (32 m).
   std::vector<float> xyz;
   for (float x0 : {0.0f, 36.0f}) {
@@ -232,8 +196,7 @@ TEST(PlaneFitGroundDetector, InlierBandWidensBeyondTheNearZone) {
   }
   PlaneFitGroundDetectorParam p;
   p.planefit_filter_threshold = 0.5f;  // keep the whole scatter as samples
-  PlaneFitGroundDetector detector = MakeDetector(p);
-  ASSERT_TRUE(Detect(detector, xyz));
+  PlaneFitGroundDetector detector = Fitted(xyz, p);
   const GroundPlane* near = CellAt(detector, 4.5f, 4.5f);
   const GroundPlane* far = CellAt(detector, 40.5f, 4.5f);
   ASSERT_NE(near, nullptr);
@@ -242,25 +205,21 @@ TEST(PlaneFitGroundDetector, InlierBandWidensBeyondTheNearZone) {
   EXPECT_LT(near->support, 324u * 6 / 7);
 }
 
-TEST(PlaneFitGroundDetector, SmoothingPullsAgreeingNeighboursTogether) {
+TEST(PlaneFitGroundDetectorTest, SmoothingPullsAgreeingNeighboursTogether) {
   std::vector<float> xyz;
   AddGround(xyz, {0, 0, -2.00f}, 0, 0, kCell, 0.5f);
   AddGround(xyz, {0, 0, -2.06f}, kCell, 0, kCell, 0.5f);
   PlaneFitGroundDetectorParam raw;
   raw.nr_smooth_iter = 0;
-  PlaneFitGroundDetector unsmoothed = MakeDetector(raw);
-  PlaneFitGroundDetector smoothed = MakeDetector();
-  ASSERT_TRUE(Detect(unsmoothed, xyz));
-  ASSERT_TRUE(Detect(smoothed, xyz));
-  const float gap_raw = HeightOfGround(*CellAt(unsmoothed, 4.5f, 4.5f), 4.5f, 4.5f) -
-                        HeightOfGround(*CellAt(unsmoothed, 13.5f, 4.5f), 13.5f, 4.5f);
-  const float gap_smooth = HeightOfGround(*CellAt(smoothed, 4.5f, 4.5f), 4.5f, 4.5f) -
-                           HeightOfGround(*CellAt(smoothed, 13.5f, 4.5f), 13.5f, 4.5f);
+  PlaneFitGroundDetector unsmoothed = Fitted(xyz, raw);
+  PlaneFitGroundDetector smoothed = Fitted(xyz);
+  const float gap_raw = GroundAt(unsmoothed, 4.5f, 4.5f) - GroundAt(unsmoothed, 13.5f, 4.5f);
+  const float gap_smooth = GroundAt(smoothed, 4.5f, 4.5f) - GroundAt(smoothed, 13.5f, 4.5f);
   EXPECT_NEAR(gap_raw, 0.06f, 0.01f);
   EXPECT_LT(gap_smooth, gap_raw / 2);
 }
 
-TEST(PlaneFitGroundDetector, AcceptsAnyCountStrideAndBadCoordinates) {
+TEST(PlaneFitGroundDetectorTest, AcceptsAnyCountStrideAndBadCoordinates) {
   PlaneFitGroundDetectorParam small;
   small.nr_points_max = 10;
   PlaneFitGroundDetector detector = MakeDetector(small);
@@ -275,40 +234,63 @@ TEST(PlaneFitGroundDetector, AcceptsAnyCountStrideAndBadCoordinates) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   wide.insert(wide.end(), {nan, 1.0f, -2.0f, 0.0f, 1.0f, nan, -2.0f, 0.0f, 1e30f, -1e30f, nan, 0});
   ASSERT_TRUE(detector.Detect(wide.data(), static_cast<unsigned>(wide.size() / 4), 4));
-  ASSERT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
-  EXPECT_NEAR(HeightOfGround(*CellAt(detector, 4.5f, 4.5f), 4.5f, 4.5f), -2.0f, 0.01f);
+  EXPECT_NEAR(GroundAt(detector, 4.5f, 4.5f), -2.0f, 0.01f);
   EXPECT_FALSE(detector.Detect(wide.data(), 3, 2));
   EXPECT_EQ(detector.GetGroundPlane(-1, 0), nullptr);
   EXPECT_EQ(detector.GetGroundPlane(0, 16), nullptr);
 }
 
-// Without a successful Init nothing is detected; absurd grids and unbounded regions are refused
-// at Init, and huge but valid iteration counts neither stall nor allocate without bound.
-TEST(PlaneFitGroundDetector, InitRefusesWhatCannotWorkAndBoundsTheRest) {
+// Init checks the set: each bad value is refused on the error stream, and so are absurd grids and
+// unbounded regions; without a successful Init nothing is detected. Edge values pass silently:
+// coarse may equal fine, near equal far; huge iteration counts are clamped, so they neither
+// stall nor allocate without bound.
+TEST(PlaneFitGroundDetectorTest, InitRefusesWhatCannotWorkAndBoundsTheRest) {
+  using P = PlaneFitGroundDetectorParam;
+  const std::string refused = "Invalid ground detector parameters... \n";
+  const std::vector<std::pair<void (*)(P&), std::string>> breakers = {
+      {[](P& p) { p.nr_grids_coarse = 1; }, refused},
+      {[](P& p) { p.nr_grids_fine = 15; }, refused},
+      {[](P& p) { p.nr_points_max = 0; }, refused},
+      {[](P& p) { p.nr_samples_min_threshold = 0; }, refused},
+      {[](P& p) { p.nr_samples_max_threshold = 0; }, refused},
+      {[](P& p) { p.nr_inliers_min_threshold = 0; }, refused},
+      {[](P& p) { p.nr_ransac_iter_threshold = 0; }, refused},
+      {[](P& p) { p.roi_region_rad_x = 0.0f; }, refused},
+      {[](P& p) { p.roi_region_rad_y = -1.0f; }, refused},
+      {[](P& p) { p.roi_region_rad_z = 0.0f; }, refused},
+      {[](P& p) { p.planefit_dist_threshold_near = 0.2001f; }, refused},
+      {[](P& p) { p.nr_grids_fine = 100000; }, refused},
+      {[](P& p) { p.nr_samples_max_threshold = 4000000000u; }, refused},
+      {[](P& p) { p.nr_z_comp_candis = 4000000000u; }, refused},
+      {[](P& p) { p.roi_region_rad_x_min = -std::numeric_limits<float>::infinity(); }, ""},
+  };
   std::vector<float> xyz;
   AddGround(xyz, {0, 0, -2}, 0, 0, kCell, 0.5f);
-  PlaneFitGroundDetectorParam bad;
-  bad.nr_grids_coarse = 1;
-  PlaneFitGroundDetectorParam huge_grid;
-  huge_grid.nr_grids_fine = 100000;
-  PlaneFitGroundDetectorParam unbounded;
-  unbounded.roi_region_rad_x_min = -std::numeric_limits<float>::infinity();
-  for (const PlaneFitGroundDetectorParam& param : {bad, huge_grid, unbounded}) {
+  for (std::size_t k = 0; k < breakers.size(); ++k) {
+    P param;
+    breakers[k].first(param);
     PlaneFitGroundDetector detector(param);
-    EXPECT_FALSE(Detect(detector, xyz));  // before Init
+    EXPECT_FALSE(Detect(detector, xyz)) << k;  // before Init
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(detector.Init());
-    testing::internal::GetCapturedStderr();
-    EXPECT_FALSE(Detect(detector, xyz));
-    EXPECT_EQ(detector.GetGroundPlane(0, 0), nullptr);
+    EXPECT_FALSE(detector.Init()) << k;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), breakers[k].second) << k;
+    EXPECT_FALSE(Detect(detector, xyz)) << k;
+    EXPECT_EQ(detector.GetGroundPlane(0, 0), nullptr) << k;
   }
-  PlaneFitGroundDetectorParam endless;
+  P edges;
+  edges.nr_grids_coarse = 2;
+  edges.nr_grids_fine = 2;
+  edges.planefit_dist_threshold_near = edges.planefit_dist_threshold_far;
+  edges.roi_region_rad_x = 1e-6f;
+  P endless;
   endless.nr_smooth_iter = 2000000000;
   endless.nr_ransac_iter_threshold = 2000000000;
-  endless.nr_z_comp_candis = 4000000000u;
-  endless.nr_samples_max_threshold = 4000000000u;
-  PlaneFitGroundDetector detector = MakeDetector(endless);
-  ASSERT_TRUE(Detect(detector, xyz));
+  for (const P& param : {edges, endless}) {
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(param.Validate());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  }
+  PlaneFitGroundDetector detector = Fitted(xyz, endless);
   EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
 }
 

@@ -9,7 +9,7 @@
 namespace velmar {
 namespace {
 
-TEST(MotionGrid, VotesOverTheTenNewestPushesOnly) {
+TEST(MotionGridTest, VotesOverTheTenNewestPushesOnly) {
   MotionGrid grid(1, 1);
   for (int k = 1; k <= 12; ++k) {
     grid.Record(0, k);
@@ -28,7 +28,7 @@ TEST(MotionGrid, VotesOverTheTenNewestPushesOnly) {
   EXPECT_EQ(empty.zero, 4);  // pushes 3, 6, 9 and 12
 }
 
-TEST(MotionGrid, AgreementNarrowsTheDifferenceAndScalesWithRange) {
+TEST(MotionGridTest, AgreementNarrowsTheDifferenceAndScalesWithRange) {
   MotionGrid grid(1, 1);
   for (int k = 0; k < 10; ++k) {
     grid.Record(0, 10.0);
@@ -46,7 +46,7 @@ TEST(MotionGrid, AgreementNarrowsTheDifferenceAndScalesWithRange) {
 
 // Ids run sub-cell first and storage runs row first: every id in the grid must own one storage
 // place, and nothing outside it may get one.
-TEST(MotionGrid, EveryIdOwnsOneStoragePlace) {
+TEST(MotionGridTest, EveryIdOwnsOneStoragePlace) {
   MotionGrid grid(3, 4);
   std::vector<bool> used(static_cast<std::size_t>(grid.CellCount()), false);
   for (int32_t id = 0; id < grid.CellCount(); ++id) {
@@ -61,18 +61,18 @@ TEST(MotionGrid, EveryIdOwnsOneStoragePlace) {
 
 // A face index past the sub-cells names a cell of the next position, the next row's first column
 // after the last column; partner ids found by arithmetic must reach the same storage.
-TEST(MotionGrid, SpilledAndPartnerIdsReachTheCellTheyName) {
+TEST(MotionGridTest, SpilledAndPartnerIdsReachTheCellTheyName) {
   MotionGrid grid(3, 4);
   const double step = MotionGrid::kAngleStep;
   const double angle = MotionGrid::kAngleOrigin + 5.5 * step;
   const MotionGrid::Cell cell = grid.Locate(angle, 2.0, 1);
-  EXPECT_EQ(cell.id, 1 + 4 * (5 + 720 * 2));
+  EXPECT_EQ(cell.id, 1 + 4 * (5 + MotionGrid::kColumns * 2));
   EXPECT_EQ(cell.index, grid.IndexOf(cell.id));
   const MotionGrid::Cell next = grid.Locate(angle + step, 2.0, 2);
   EXPECT_EQ(grid.Locate(angle, 2.0, 6).id, next.id);
   EXPECT_EQ(grid.Locate(angle, 2.0, 6).index, next.index);
 
-  const double last = MotionGrid::kAngleOrigin + 719.5 * step;
+  const double last = MotionGrid::kAngleOrigin + (MotionGrid::kColumns - 0.5) * step;
   const MotionGrid::Cell wrapped = grid.Locate(last, 1.0, 4);
   EXPECT_EQ(wrapped.id, grid.Locate(MotionGrid::kAngleOrigin, 2.0, 0).id);
   EXPECT_EQ(wrapped.index, grid.Locate(MotionGrid::kAngleOrigin, 2.0, 0).index);
@@ -90,7 +90,7 @@ TEST(MotionGrid, SpilledAndPartnerIdsReachTheCellTheyName) {
 }
 
 // Votes compare a float difference against a double threshold through its float ceiling.
-TEST(MotionGrid, FloatCeilingKeepsTheDoubleComparison) {
+TEST(MotionGridTest, FloatCeilingKeepsTheDoubleComparison) {
   const float inf = std::numeric_limits<float>::infinity();
   EXPECT_EQ(FloatCeiling(0.5), 0.5f);  // exact: d < 0.5f is d < 0.5
   const float above = FloatCeiling(0.1);

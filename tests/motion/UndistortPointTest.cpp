@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "framework/AlgoCommon.h"
 #include "motion/MotionFrames.h"
 #include "motion/UndistortPoint2.h"
 
@@ -16,6 +17,9 @@ using test::Return;
 using test::Revolution;
 using test::RunOnce;
 using test::RunUnchanged;
+
+constexpr double kGridStart = kSweepGridFirstAngle;
+constexpr double kGridEnd = kSweepGridFirstAngle + kSweepGridColumns * kSweepGridColumnStep;
 
 // Returns at `angles` on `channel`, one per face, all at `range`.
 std::vector<_ori_point> StillScene(std::initializer_list<double> angles, uint32_t channel,
@@ -36,7 +40,7 @@ void ExpectMovedTo(const _ori_point& p, double range, double measured) {
   EXPECT_EQ(p.distance, measured);
 }
 
-TEST(UndistortPoint, ZephelCorrectsMovingFacesOnlyAfterTheWarmUp) {
+TEST(UndistortPointTest, ZephelCorrectsMovingFacesOnlyAfterTheWarmUp) {
   const LidarType type = LIDAR_QUILL_A4;
   auto algo = MakeAlgoAs<UndistortPoint>(1, type, R"({"debug_using_echo": 7})");
   const auto moved = std::vector<_ori_point>{
@@ -62,7 +66,7 @@ TEST(UndistortPoint, ZephelCorrectsMovingFacesOnlyAfterTheWarmUp) {
                               {input[4], input[5], input[6], input[7], input[8]}));
 }
 
-TEST(UndistortPoint, RemovalAndAgreementLimitsAreStrict) {
+TEST(UndistortPointTest, RemovalAndAgreementLimitsAreStrict) {
   const LidarType type = LIDAR_ZEPHEL_B2_B3_MP;
   auto algo = MakeAlgoAs<UndistortPoint>(1, type, R"({"dis_redund_thred": 8, "r_thred": 0.25})");
   ASSERT_TRUE(RunUnchanged(*algo, type, StillScene({50.0, 60.0, 70.0, 80.0}, 9, 5.0), 11));
@@ -75,17 +79,20 @@ TEST(UndistortPoint, RemovalAndAgreementLimitsAreStrict) {
   EXPECT_EQ(out[4].distance, 5.24);
 }
 
-TEST(UndistortPoint, ReturnsOffTheGridAreNeverTouched) {
+TEST(UndistortPointTest, ReturnsOffTheGridAreNeverTouched) {
   const LidarType type = LIDAR_QUILL_A4;
   auto algo = MakeAlgoAs<UndistortPoint>(1, type);
   ASSERT_TRUE(RunUnchanged(*algo, type, {Return(50.0, 5, 0, 1, 10.0)}, 11));
   const double nan = std::numeric_limits<double>::quiet_NaN();
   // The first two lie just inside: unseen cells vote "moving", so these returns are removed.
-  const std::vector<_ori_point> cells = {
-      Return(30.0, 0, 1, 0, 3.0),           Return(150.2399, 191, 1, 0, 3.0),
-      Return(29.999, 0, 1, 0, 3.0),         Return(30.0 + 720 * 0.167, 0, 1, 0, 3.0),
-      Return(90.0, 192, 1, 0, 3.0),         Return(nan, 5, 1, 0, 3.0),
-      Return(90.0, 4000000000u, 1, 0, 3.0), Return(150.2, 191, 4000000000u, 0, 3.0)};
+  const std::vector<_ori_point> cells = {Return(kGridStart, 0, 1, 0, 3.0),
+                                         Return(kGridEnd - 1e-4, 191, 1, 0, 3.0),
+                                         Return(kGridStart - 1e-3, 0, 1, 0, 3.0),
+                                         Return(kGridEnd, 0, 1, 0, 3.0),
+                                         Return(90.0, 192, 1, 0, 3.0),
+                                         Return(nan, 5, 1, 0, 3.0),
+                                         Return(90.0, 4000000000u, 1, 0, 3.0),
+                                         Return(150.2, 191, 4000000000u, 0, 3.0)};
   const auto out = RunOnce(*algo, type, cells);
   for (std::size_t i = 0; i < cells.size(); ++i) {
     EXPECT_EQ(out[1 + i].distance, i < 2 ? 0.0 : 3.0) << "return " << i;
@@ -94,7 +101,7 @@ TEST(UndistortPoint, ReturnsOffTheGridAreNeverTouched) {
 
 // The range map starts every revolution empty, so a cell that has not been seen for a while
 // has no history left to agree with.
-TEST(UndistortPoint, ACellUnseenForTenRevolutionsHasNoHistory) {
+TEST(UndistortPointTest, ACellUnseenForTenRevolutionsHasNoHistory) {
   const LidarType type = LIDAR_QUILL_A4;
   auto algo = MakeAlgoAs<UndistortPoint>(1, type);
   ASSERT_TRUE(RunUnchanged(*algo, type, {Return(80.0, 7, 1, 0, 12.0)}, 2));
@@ -104,7 +111,7 @@ TEST(UndistortPoint, ACellUnseenForTenRevolutionsHasNoHistory) {
 
 // Cell A is settled as empty before it ever sees a return; cell B learns its far wall. Later,
 // with both histories filled by a nearer object, only B still recognises its wall.
-TEST(UndistortPoint, AnEmptyBackgroundIsFrozen) {
+TEST(UndistortPointTest, AnEmptyBackgroundIsFrozen) {
   const LidarType type = LIDAR_QUILL_A4;
   auto algo = MakeAlgoAs<UndistortPoint>(1, type);
   const auto scene = [](double a, double b) {
@@ -115,6 +122,9 @@ TEST(UndistortPoint, AnEmptyBackgroundIsFrozen) {
   const int32_t b = algo->ComputeGridID(60.0, 5, 1);
   EXPECT_EQ(algo->Background(a), 0.0f);
   EXPECT_EQ(algo->Background(b), 10.0f);
+  // The named forms by cell id answer as the returns of a frame are judged.
+  EXPECT_TRUE(algo->ShouldKeepPoint(b, 10.0) && algo->IsBackGroundPoint(b, 10.0));
+  EXPECT_FALSE(algo->ShouldKeepPoint(b, 12.0) || algo->IsBackGroundPoint(b, 12.0));
   for (int i = 0; i < 20; ++i) {
     RunOnce(*algo, type, scene(i < 10 ? 10.0 : 5.0, i < 10 ? 10.0 : 5.0));
   }
@@ -138,9 +148,9 @@ struct MarloPair {
   uint32_t base_channel;    // sub-cell 1 of the same row
 };
 
-class UndistortMarloPair : public ::testing::TestWithParam<MarloPair> {};
+class UndistortMarloPairTest : public ::testing::TestWithParam<MarloPair> {};
 
-TEST_P(UndistortMarloPair, ReemitsTheStoredReturnAtTheEndOfTheFrame) {
+TEST_P(UndistortMarloPairTest, ReemitsTheStoredReturnAtTheEndOfTheFrame) {
   const MarloPair pair = GetParam();
   auto algo =
       MakeAlgoAs<UndistortPoint2>(27, pair.type, R"({"debug_using_echo": 3, "r_thred": 0.01})");
@@ -164,11 +174,11 @@ TEST_P(UndistortMarloPair, ReemitsTheStoredReturnAtTheEndOfTheFrame) {
   ExpectMovedTo(out[5], 5.0, 6.0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Models, UndistortMarloPair,
+INSTANTIATE_TEST_SUITE_P(Models, UndistortMarloPairTest,
                          ::testing::Values(MarloPair{LIDAR_MARLO256, 132, 131},
                                            MarloPair{LIDAR_MARLO128H, 66, 65}));
 
-TEST(UndistortPoint, Marlo128BlindFacesAndLimits) {
+TEST(UndistortPointTest, Marlo128BlindFacesAndLimits) {
   const LidarType type = LIDAR_MARLO128;
   auto algo = MakeAlgoAs<UndistortPoint2>(27, type, R"({"debug_using_echo": 3, "r_thred": 0.01})");
   const auto angles = {50.0, 60.0, 70.0, 80.0, 90.0, 100.0, 110.0, 120.0, 130.0};
@@ -196,25 +206,26 @@ TEST(UndistortPoint, Marlo128BlindFacesAndLimits) {
   EXPECT_EQ(algo->r_thred, 0.01);
 }
 
-TEST(UndistortPoint, MarloChannelTables) {
+TEST(UndistortPointTest, MarloChannelTables) {
   auto m256 = MakeAlgoAs<UndistortPoint2>(27, LIDAR_MARLO256);
   auto m128h = MakeAlgoAs<UndistortPoint2>(27, LIDAR_MARLO128H);
   auto m128 = MakeAlgoAs<UndistortPoint2>(27, LIDAR_MARLO128);
-  const int32_t last_row = 720 * 31;
-  EXPECT_EQ(m256->ComputeGridIDMarlo128H(30.0, 131, 0), 1);
-  EXPECT_EQ(m256->ComputeGridIDMarlo128H(30.0, 125, 0), last_row * 4 + 3);
+  const int32_t last_row = kSweepGridColumns * 31;
+  const double second_column = kGridStart + 1.2 * kSweepGridColumnStep;
+  EXPECT_EQ(m256->ComputeGridIDMarlo128H(kGridStart, 131, 0), 1);
+  EXPECT_EQ(m256->ComputeGridIDMarlo128H(kGridStart, 125, 0), last_row * 4 + 3);
   for (const uint32_t off : {0u, 3u, 128u, 129u, 257u}) {
-    EXPECT_EQ(m256->ComputeGridIDMarlo128H(30.0, off, 0), -1) << off;
+    EXPECT_EQ(m256->ComputeGridIDMarlo128H(kGridStart, off, 0), -1) << off;
   }
-  EXPECT_EQ(m128h->ComputeGridIDMarlo128H(30.2, 128, 2), 4 + last_row * 4);
-  EXPECT_EQ(m128h->ComputeGridIDMarlo128H(30.0, 129, 0), -1);
-  EXPECT_EQ(m128->ComputeGridIDMarlo128H(30.0, 64, 2), last_row * 6 + 5);
-  EXPECT_EQ(m128->ComputeGridIDMarlo128H(30.0, 65, 2), 2);
+  EXPECT_EQ(m128h->ComputeGridIDMarlo128H(second_column, 128, 2), 4 + last_row * 4);
+  EXPECT_EQ(m128h->ComputeGridIDMarlo128H(kGridStart, 129, 0), -1);
+  EXPECT_EQ(m128->ComputeGridIDMarlo128H(kGridStart, 64, 2), last_row * 6 + 5);
+  EXPECT_EQ(m128->ComputeGridIDMarlo128H(kGridStart, 65, 2), 2);
 }
 
 // Only the frame's last point decides whether it closes a revolution, and a revolution pushes
 // the history once however many frames close it.
-TEST(UndistortPoint, HistoryIsPushedOncePerRevolution) {
+TEST(UndistortPointTest, HistoryIsPushedOncePerRevolution) {
   auto zephel = MakeAlgoAs<UndistortPoint>(1, LIDAR_QUILL_A4);
   auto marlo = MakeAlgoAs<UndistortPoint2>(27, LIDAR_MARLO128);
   const _ori_point opener = Return(10.0, 0, 0, 0, 1.0);
@@ -230,18 +241,6 @@ TEST(UndistortPoint, HistoryIsPushedOncePerRevolution) {
   marlo->Process(marked);
   marlo->Process(marked);
   EXPECT_EQ(marlo->Grid().FramesSeen(), 1);
-}
-
-TEST(UndistortPoint, ModelsIdsAndParameters) {
-  auto first = MakeAlgoAs<UndistortPoint>(1, LIDAR_QUILL_A4, R"({"num_thred": 4.9})");
-  auto second = MakeAlgoAs<UndistortPoint2>(27, LIDAR_MARLO128, R"({"dis_redund_thred": 8.3})");
-  EXPECT_EQ(first->num_thred, 4);
-  EXPECT_EQ(first->dis_redund_thred, 500.0f);
-  EXPECT_EQ(second->dis_redund_thred, 8.3f);
-  EXPECT_EQ(MakeAlgoAs<UndistortPoint>(1, LIDAR_MARLO128H)->dis_redund_thred, 50.0f);
-  EXPECT_FALSE(first->IsSupported("Marlo128"));
-  EXPECT_TRUE(second->IsSupported("Marlo128H") && second->IsSupported("ZephelB2/B3/MP"));
-  EXPECT_FALSE(second->IsSupported("Marlo128F"));
 }
 
 }  // namespace

@@ -58,6 +58,14 @@ void ExpectRemovals(const std::vector<RuleCase>& cases, bool clears_measures) {
   }
 }
 
+std::vector<double> Ranges(const std::vector<_ori_point>& frame) {
+  std::vector<double> ranges;
+  for (const _ori_point& p : frame) {
+    ranges.push_back(p.distance);
+  }
+  return ranges;
+}
+
 bool SameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b) {
   return a.size() == b.size() &&
          (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(_ori_point)) == 0);
@@ -110,6 +118,28 @@ std::string WriteTempFile(const std::string& text) {
   }();
   files->push_back(path);
   return path;
+}
+
+std::string ConfigJson(const std::string& entries, const std::string& root_extra) {
+  return "{\"version\": \"" + ILidarAlgo::VersionNumber() + "\"" + root_extra +
+         ", \"algo_list\": [" + entries + "]}";
+}
+
+std::string EntryJson(int id, const std::string& name, const std::string& params,
+                      const std::string& models) {
+  return "{\"id\": " + std::to_string(id) + ", \"enabled\": true, \"name\": \"" + name +
+         "\", \"desc\": \"\", \"lidar_type\": [" + models + "], \"param\": " + params + "}";
+}
+
+std::unique_ptr<ILidarAlgo> CreatePipeline(LidarType type, const std::string& json,
+                                           std::string* output) {
+  const std::string path = WriteTempFile(json);
+  std::unique_ptr<ILidarAlgo> pipeline;
+  const std::string printed = CaptureOutput([&] { pipeline = ILidarAlgo::Create(type, path); });
+  if (output != nullptr) {
+    *output = printed;
+  }
+  return pipeline;
 }
 
 }  // namespace test

@@ -52,6 +52,9 @@ struct RuleCase {
 // intensity, range and pulse width; nothing else may change either way.
 void ExpectRemovals(const std::vector<RuleCase>& cases, bool clears_measures = false);
 
+// The range of every point of `frame`, in order.
+std::vector<double> Ranges(const std::vector<_ori_point>& frame);
+
 // Byte-wise equality of two frames, so that every field (reserved ones included) is compared.
 bool SameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b);
 
@@ -72,6 +75,17 @@ std::string CaptureOutput(const std::function<void()>& action);
 
 // Writes `text` to a new temporary file and returns its path; removed at process exit.
 std::string WriteTempFile(const std::string& text);
+
+// A configuration of the library's own version with the given "algo_list" entries (JSON objects,
+// comma-separated); `root_extra` adds root members and starts with a comma.
+std::string ConfigJson(const std::string& entries, const std::string& root_extra = "");
+// An enabled "algo_list" entry; `models` is the content of its "lidar_type" array.
+std::string EntryJson(int id, const std::string& name, const std::string& params = "{}",
+                      const std::string& models = "");
+// A pipeline created from the configuration `json` through a file, as a host creates it; what the
+// library printed meanwhile is returned in `output` when it is given.
+std::unique_ptr<ILidarAlgo> CreatePipeline(LidarType type, const std::string& json,
+                                           std::string* output = nullptr);
 
 }  // namespace test
 }  // namespace velmar

@@ -9,22 +9,15 @@
 #include <sstream>
 #include <stdexcept>
 
+#define STB_IMAGE_IMPLEMENTATION
+#define STBI_ONLY_PNG
+#include <stb/stb_image.h>
+
 #include "sim/Recording.h"
+#include "sim/SensorModel.h"
 
 namespace velmar {
 namespace clitest {
-namespace {
-
-constexpr unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-constexpr std::size_t kPngHeaderBytes = 24;  // signature, chunk length and type, width, height
-
-uint32_t BigEndian32(const unsigned char* bytes) {
-  return (static_cast<uint32_t>(bytes[0]) << 24) | (static_cast<uint32_t>(bytes[1]) << 16) |
-         (static_cast<uint32_t>(bytes[2]) << 8) | static_cast<uint32_t>(bytes[3]);
-}
-
-}  // namespace
-
 ScratchFolder::ScratchFolder() {
   std::string pattern =
       (std::filesystem::temp_directory_path() / "velmar-cli-test-XXXXXX").string();
@@ -62,23 +55,6 @@ std::string ReadText(const std::string& path) {
   return text.str();
 }
 
-std::string ConfigText(const std::string& entries) {
-  return "{\"version\": \"2.0.6\", \"algo_list\": [" + entries + "]}";
-}
-
-std::string RainEntry(double validDistance) {
-  return "{\"id\": 4, \"enabled\": true, \"name\": \"rain\", \"desc\": \"\", \"lidar_type\": [], "
-         "\"param\": {\"validDistance\": " +
-         std::to_string(validDistance) +
-         ", \"reflectionThreshold\": 40, \"intensityThreshold\": 299}}";
-}
-
-std::string UnderGroundEntry(double height) {
-  return "{\"id\": 5, \"enabled\": true, \"name\": \"under\", \"desc\": \"\", \"lidar_type\": [], "
-         "\"param\": {\"filter_ground_height\": " +
-         std::to_string(height) + "}}";
-}
-
 _ori_point TruthPoint(sim::TruthKind kind, double distance, double pulseWidth, double z) {
   _ori_point point{};
   point.y = distance;
@@ -95,11 +71,7 @@ void WriteRecording(const std::string& folder, const std::string& model,
                     const std::vector<std::vector<_ori_point>>& frames) {
   sim::RecordingInfo info;
   info.model = model;
-  for (int type = 0; type < 22; ++type) {
-    if (LidarTypeToStr(type) == model) {
-      info.lidarType = static_cast<uint32_t>(type);
-    }
-  }
+  info.lidarType = sim::FindSensorModel(model)->type;
   info.packetPoints = 128;
   sim::RecordingWriter writer(folder, info);
   for (const std::vector<_ori_point>& frame : frames) {
@@ -134,17 +106,19 @@ std::vector<_ori_point> Generate(const sim::SimulationSettings& settings, uint32
   return frame;
 }
 
+std::vector<uint64_t> Counts(const tools::OutcomeTally& tally, sim::TruthKind kind) {
+  const tools::ClassCounts& c = tally[kind];
+  return {c.returns, c.removed, c.flagged, c.moved, c.added, c.lost};
+}
+
 PngSize ReadPngSize(const std::string& path) {
-  std::string bytes = ReadText(path);
-  if (bytes.size() < kPngHeaderBytes ||
-      bytes.compare(
-          0, sizeof(kPngSignature),
-          std::string(reinterpret_cast<const char*>(kPngSignature), sizeof(kPngSignature))) != 0 ||
-      bytes.compare(12, 4, "IHDR") != 0) {
+  int width = 0;
+  int height = 0;
+  int channels = 0;
+  if (stbi_info(path.c_str(), &width, &height, &channels) == 0) {
     return PngSize{};
   }
-  const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
-  return PngSize{BigEndian32(data + 16), BigEndian32(data + 20)};
+  return PngSize{static_cast<uint32_t>(width), static_cast<uint32_t>(height)};
 }
 
 }  // namespace clitest

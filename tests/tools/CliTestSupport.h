@@ -4,12 +4,13 @@
 #define VELMAR_TESTS_TOOLS_CLI_TEST_SUPPORT_H
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "Outcome.h"
 #include "sim/Simulator.h"
 #include "sim/Truth.h"
+#include "support/TestSupport.h"
 #include "velmar/lidar_algo.h"
 
 namespace velmar {
@@ -41,20 +42,8 @@ CommandResult RunCli(const std::string& arguments, const ScratchFolder& scratch)
 void WriteText(const std::string& path, const std::string& text);
 std::string ReadText(const std::string& path);
 
-// A configuration of the given "algo_list" entries (JSON objects, comma-separated).
-std::string ConfigText(const std::string& entries);
-// Entries for the per-point rain rule (id 4) and the underground rule (id 5), whose outcomes
-// are fixed by their thresholds.
-std::string RainEntry(double validDistance);
-std::string UnderGroundEntry(double height);
-
 // A return of the given truth class at `distance` straight ahead, height `z`.
 _ori_point TruthPoint(sim::TruthKind kind, double distance, double pulseWidth, double z = 0.0);
-
-inline bool SameFrameBytes(const std::vector<_ori_point>& a, const std::vector<_ori_point>& b) {
-  return a.size() == b.size() &&
-         (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(_ori_point)) == 0);
-}
 
 // Settings of a four-frame simulation without noise, and one frame of it.
 sim::SimulationSettings Settings(const std::string& model, const std::string& scene = "city",
@@ -66,7 +55,10 @@ void WriteRecording(const std::string& folder, const std::string& model,
                     const std::vector<std::vector<_ori_point>>& frames);
 std::vector<std::vector<_ori_point>> ReadRecording(const std::string& folder);
 
-// Width and height from a PNG file's signature and header chunk; {0, 0} when it is not a PNG.
+// The counts of one truth class in a tally: returns, removed, flagged, moved, added, lost.
+std::vector<uint64_t> Counts(const tools::OutcomeTally& tally, sim::TruthKind kind);
+
+// Width and height of a PNG file; {0, 0} when it is not a PNG.
 struct PngSize {
   uint32_t width = 0;
   uint32_t height = 0;

@@ -1,6 +1,7 @@
 // Binary PCD v0.7 files holding whole point records. The fields below cover the record byte for
 // byte, in order and without gaps, so the data section is the frame's memory as it stands and a
 // frame read back is identical to the frame written.
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <fstream>
@@ -207,9 +208,10 @@ void WritePcd(const std::string& path, const std::vector<_ori_point>& frame) {
   if (!FieldsCoverRecord()) {
     Fail(path, "internal error: PCD fields do not cover the point record");
   }
+  errno = 0;
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   if (!out) {
-    Fail(path, "cannot create the file");
+    Fail(path, WriteProblem("cannot create the file"));
   }
   out << "# .PCD v0.7 - Point Cloud Data file format\n"
       << "VERSION 0.7\n"
@@ -226,7 +228,7 @@ void WritePcd(const std::string& path, const std::vector<_ori_point>& frame) {
             static_cast<std::streamsize>(frame.size() * sizeof(_ori_point)));
   out.flush();
   if (!out) {
-    Fail(path, "write failed");
+    Fail(path, WriteProblem("write failed"));
   }
 }
 

@@ -5,7 +5,13 @@
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
 
+#include <fcntl.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -79,12 +85,36 @@ void WriteIndex(const std::string& folder, const RecordingInfo& info) {
   w.EndObject();
 
   const std::string path = IndexPath(folder);
+  errno = 0;
   std::ofstream out(path, std::ios::trunc);
   out << buffer.GetString() << '\n';
   out.flush();
   if (!out) {
-    Fail(path, "cannot write the file");
+    Fail(path, WriteProblem("cannot write the file"));
   }
+}
+
+bool IsRecordingFolder(const fs::path& folder) {
+  std::error_code error;
+  return fs::is_regular_file(folder / kIndexFile, error);
+}
+
+bool IsEmptyFolder(const fs::path& folder) {
+  std::error_code error;
+  return fs::is_directory(folder, error) && fs::is_empty(folder, error);
+}
+
+// A destination that a staged folder may take the place of.
+void CheckReplaceable(const std::string& destination) {
+  std::error_code error;
+  const fs::path path(destination);
+  if (fs::symlink_status(path, error).type() == fs::file_type::not_found) {
+    return;
+  }
+  if (!fs::is_symlink(path, error) && (IsEmptyFolder(path) || IsRecordingFolder(path))) {
+    return;
+  }
+  Fail(destination, "exists and is not a recording folder; it is left as it is");
 }
 
 // Typed member access that names the offending key.
@@ -155,7 +185,8 @@ std::string ReadWholeFile(const std::string& path) {
 RecordingInfo ParseIndex(const std::string& path) {
   const std::string text = ReadWholeFile(path);
   rapidjson::Document doc;
-  doc.Parse(text.c_str(), text.size());
+  // Iterative: an index nested thousands of levels deep is refused, not a stack overflow.
+  doc.Parse<rapidjson::kParseIterativeFlag>(text.c_str(), text.size());
   if (doc.HasParseError()) {
     Fail(path, std::string("invalid JSON at offset ") + std::to_string(doc.GetErrorOffset()) +
                    ": " + rapidjson::GetParseError_En(doc.GetParseError()));
@@ -205,6 +236,10 @@ RecordingInfo ParseIndex(const std::string& path) {
 
 }  // namespace
 
+std::string WriteProblem(const char* what) {
+  return errno != 0 ? std::string(what) + " (" + std::strerror(errno) + ")" : std::string(what);
+}
+
 std::string FrameFileName(uint32_t index) {
   char name[32];
   std::snprintf(name, sizeof(name), "frame_%06u.pcd", index);
@@ -219,12 +254,11 @@ RecordingWriter::RecordingWriter(const std::string& folder, const RecordingInfo&
     Fail(folder, "cannot create the recording folder");
   }
   info_.frames = 0;
-  // An index listing no frames yet: an interrupted run leaves a valid, shorter recording.
-  WriteIndex(folder_, info_);
 }
 
 RecordingWriter::~RecordingWriter() {
-  if (!closed_) {
+  // Unwinding means the recording is incomplete: it must not get an index that says otherwise.
+  if (!closed_ && std::uncaught_exceptions() == 0) {
     try {
       Close();
     } catch (const RecordingError&) {
@@ -244,6 +278,46 @@ void RecordingWriter::WriteFrame(const std::vector<_ori_point>& frame) {
 void RecordingWriter::Close() {
   closed_ = true;
   WriteIndex(folder_, info_);
+}
+
+StagedFolder::StagedFolder(const std::string& destination)
+    : destination_(fs::path(destination).lexically_normal().string()) {
+  if (!destination_.empty() && destination_.back() == '/') {
+    destination_.pop_back();
+  }
+  CheckReplaceable(destination_);
+  std::error_code error;
+  const fs::path parent = fs::path(destination_).parent_path();
+  if (!parent.empty()) {
+    fs::create_directories(parent, error);
+  }
+  std::string pattern = destination_ + ".partial-XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) {
+    Fail(destination_, WriteProblem("cannot create a folder beside it"));
+  }
+  staging_ = pattern;
+}
+
+StagedFolder::~StagedFolder() {
+  if (!committed_) {
+    std::error_code error;
+    fs::remove_all(staging_, error);
+  }
+}
+
+void StagedFolder::Commit() {
+  CheckReplaceable(destination_);
+  if (rename(staging_.c_str(), destination_.c_str()) != 0) {
+    // An existing recording: it is swapped out whole and then removed, so that at every moment
+    // the destination holds one complete recording or the other.
+    if (renameat2(AT_FDCWD, staging_.c_str(), AT_FDCWD, destination_.c_str(), RENAME_EXCHANGE) !=
+        0) {
+      Fail(destination_, WriteProblem("cannot move the finished folder into place"));
+    }
+    std::error_code error;
+    fs::remove_all(staging_, error);
+  }
+  committed_ = true;
 }
 
 RecordingReader::RecordingReader(const std::string& folder)

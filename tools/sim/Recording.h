@@ -39,8 +39,9 @@ struct RecordingInfo {
   std::map<std::string, std::string> attributes;
 };
 
-// Writes a recording folder. The folder is created if needed; recording.json is rewritten when
-// the writer is closed (or destroyed), with the number of frames actually written.
+// Writes a recording folder. The folder is created if needed; recording.json is written when the
+// writer is closed (or destroyed other than by an exception), listing the frames written, so a
+// folder whose writing stopped part-way has no index and is never taken for a recording.
 class RecordingWriter {
  public:
   RecordingWriter(const std::string& folder, const RecordingInfo& info);
@@ -57,6 +58,31 @@ class RecordingWriter {
   std::string folder_;
   RecordingInfo info_;
   bool closed_ = false;
+};
+
+// A folder written under a temporary name beside its destination ("<destination>.partial-XXXXXX")
+// and renamed into place once complete, so that the destination is only ever absent, the previous
+// folder, or the new one whole. What writes a recording from the command line (run, simulate,
+// import) writes into Path() and calls Commit() at the end. A staged folder that is not committed
+// is removed with its contents when the object goes (an error, an exception); one left behind by
+// a killed process keeps its ".partial-" name and has no index. The destination may be absent,
+// an empty folder or a recording folder, which Commit replaces; anything else there is refused
+// before any writing starts.
+class StagedFolder {
+ public:
+  explicit StagedFolder(const std::string& destination);
+  ~StagedFolder();
+  StagedFolder(const StagedFolder&) = delete;
+  StagedFolder& operator=(const StagedFolder&) = delete;
+
+  const std::string& Path() const { return staging_; }
+  // Moves the staged folder to the destination, replacing what a previous run left there.
+  void Commit();
+
+ private:
+  std::string destination_;
+  std::string staging_;
+  bool committed_ = false;
 };
 
 // Reads a recording folder; recording.json is parsed and checked when the reader is created.
@@ -79,6 +105,10 @@ class RecordingReader {
   RecordingInfo info_;
   uint32_t next_ = 0;
 };
+
+// `what` with the system's reason for the failed write (errno, cleared before writing), e.g.
+// "write failed (No space left on device)".
+std::string WriteProblem(const char* what);
 
 // Name of the PCD file of frame `index` inside a recording folder ("frame_000042.pcd").
 std::string FrameFileName(uint32_t index);

@@ -72,12 +72,14 @@ void WriteSimulatedRecording(const SimulationSettings& settings, const std::stri
   info.scene = settings.scene;
   info.noise = settings.noise;
   info.seed = settings.seed;
-  RecordingWriter writer(folder, info);
+  StagedFolder staged(folder);
+  RecordingWriter writer(staged.Path(), info);
   std::vector<_ori_point> frame;
   while (simulator.NextFrame(frame)) {
     writer.WriteFrame(frame);
   }
   writer.Close();
+  staged.Commit();
 }
 
 }  // namespace sim

@@ -49,7 +49,8 @@ class Simulator {
 
 // Simulates every frame of `settings` into a recording folder, as `velmar-algo simulate` does.
 // Throws std::invalid_argument for bad settings and RecordingError when the folder cannot be
-// written.
+// written. The recording is built beside the folder and moved into place when complete, so a
+// failure never leaves a half-written recording where the old one stood.
 void WriteSimulatedRecording(const SimulationSettings& settings, const std::string& folder);
 
 }  // namespace sim

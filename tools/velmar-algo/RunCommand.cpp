@@ -114,10 +114,15 @@ class RunSummary {
   std::vector<double> seconds_;
 };
 
+// The output replaces whatever recording is at its place, so it must be neither the input nor
+// a folder holding it.
 void CheckDistinctFolders(const std::string& input, const std::string& output) {
   std::error_code error;
-  if (std::filesystem::exists(output, error) && std::filesystem::equivalent(input, output, error)) {
-    throw CommandError(output + ": output folder is the input recording");
+  const std::filesystem::path in = std::filesystem::weakly_canonical(input, error);
+  const std::filesystem::path out = std::filesystem::weakly_canonical(output, error);
+  const auto mismatch = std::mismatch(out.begin(), out.end(), in.begin(), in.end());
+  if (mismatch.first == out.end()) {
+    throw CommandError(output + ": output folder is the input recording or holds it");
   }
 }
 
@@ -134,7 +139,8 @@ void RunInto(const RunOptions& options, RunSummary& summary) {
   info.attributes["source"] = options.input;
   info.attributes["fed_as"] =
       options.packet == 0 ? "frames" : "packets of " + std::to_string(options.packet);
-  sim::RecordingWriter writer(options.output, info);
+  sim::StagedFolder staged(options.output);
+  sim::RecordingWriter writer(staged.Path(), info);
   FeedRecording(
       *reader, [&pipeline](std::vector<_ori_point>& unit) { pipeline->Process(unit); },
       options.packet, std::numeric_limits<uint32_t>::max(),
@@ -144,6 +150,7 @@ void RunInto(const RunOptions& options, RunSummary& summary) {
       },
       "run");
   writer.Close();
+  staged.Commit();
 }
 
 void Run(const RunOptions& options) {
