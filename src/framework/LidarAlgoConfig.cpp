@@ -221,8 +221,9 @@ std::shared_ptr<AlgoBase> LidarAlgo::AssembleEntry(const rapidjson::Value& entry
     return nullptr;
   }
 
-  std::shared_ptr<AlgoBase> algo = ConfigureAlgo(
-      id->GetInt64(), Text(*name), desc ? Text(*desc) : std::string(), lidar_type, param, dataFolder);
+  std::shared_ptr<AlgoBase> algo =
+      ConfigureAlgo(id->GetInt64(), Text(*name), desc ? Text(*desc) : std::string(), lidar_type,
+                    param, dataFolder);
   return AcceptsModel(*algo, lidarTypes) ? algo : nullptr;
 }
 

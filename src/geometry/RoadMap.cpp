@@ -323,8 +323,9 @@ bool RoadMap::CheckCrossings(std::string& problem) const {
         if (bad) {
           const std::size_t lineA = std::min(a.line, b.line);
           const std::size_t lineB = std::max(a.line, b.line);
-          problem = "line " + std::to_string(lineA) + ": the edge from here meets the edge of line " +
-                    std::to_string(lineB) + " (rings may not cross or touch)";
+          problem = "line " + std::to_string(lineA) +
+                    ": the edge from here meets the edge of line " + std::to_string(lineB) +
+                    " (rings may not cross or touch)";
           return false;
         }
       }

@@ -24,9 +24,9 @@ struct MapPoint {
 };
 
 struct MapRing {
-  bool hole = false;                // documentation only: the region is the odd-count rule
-  std::vector<MapPoint> points;     // not repeating the first at the end
-  std::vector<std::size_t> lines;   // the line of each point in the file, 0 when built in code
+  bool hole = false;               // documentation only: the region is the odd-count rule
+  std::vector<MapPoint> points;    // not repeating the first at the end
+  std::vector<std::size_t> lines;  // the line of each point in the file, 0 when built in code
 };
 
 class RoadMap {
@@ -66,8 +66,7 @@ class RoadMap {
   bool FileEdgesInCells(std::string& problem);
   void FindCornerParity();
   bool CheckCrossings(std::string& problem) const;
-  bool ContainsInCell(std::size_t cell, std::size_t col, std::size_t row, double x,
-                      double y) const;
+  bool ContainsInCell(std::size_t cell, std::size_t col, std::size_t row, double x, double y) const;
 
   std::vector<MapRing> rings_;
   std::vector<Edge> edges_;

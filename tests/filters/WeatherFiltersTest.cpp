@@ -214,7 +214,7 @@ TEST(CloseRangeNoiseFilterTest, MarkersDeleteFarEdgePointsOfTheirColumn) {
     const char* params;
     std::vector<std::pair<std::size_t, double>> ranges;
     Indices deleted;
-    std::function<void(Frame&)> change;
+    std::function<void(Frame&)> change = nullptr;
   };
   const Case cases[] = {
       {"both columns", "{}", {{7, 1.0}, {71, 1.0}}, both_low},
