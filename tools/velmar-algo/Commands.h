@@ -18,6 +18,8 @@ void AddRunCommand(CLI::App& app);
 void AddEvalCommand(CLI::App& app);
 // velmar-algo render: draws one frame from above and as a range image.
 void AddRenderCommand(CLI::App& app);
+// velmar-algo calibrate: derives a reflectance calibration table from a recording, or checks one.
+void AddCalibrateCommand(CLI::App& app);
 // velmar-algo info: prints a recording's metadata and per-frame counts.
 void AddInfoCommand(CLI::App& app);
 

@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   velmar::tools::AddEvalCommand(app);
   velmar::tools::AddRenderCommand(app);
   velmar::tools::AddInfoCommand(app);
+  velmar::tools::AddCalibrateCommand(app);
   CLI11_PARSE(app, argc, argv);
   return 0;
 }
