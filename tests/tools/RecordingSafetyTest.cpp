@@ -65,7 +65,7 @@ TEST(RecordingSafety, AFullDiskIsOneErrorAndLeavesNothingBehind) {
 
   // The same for run, whose previous output stays as it was.
   ASSERT_EQ(RunCli(Simulate("ZephelT", scratch.Path("in")), scratch).status, 0);
-  clitest::WriteText(scratch.Path("c.json"), clitest::ConfigText(""));
+  clitest::WriteText(scratch.Path("c.json"), test::ConfigJson(""));
   const std::string run =
       "run --model ZephelT --config " + scratch.Path("c.json") + " " + scratch.Path("in") + " ";
   ASSERT_EQ(RunCli(run + out, scratch).status, 0);
@@ -94,7 +94,7 @@ TEST(RecordingSafety, OutputsReplaceOnlyRecordingsAndNeverTheInput) {
   const std::string in = scratch.Path("in");
   ASSERT_EQ(RunCli(Simulate("ZephelT", in), scratch).status, 0);
   const std::string index = ReadText(in + "/recording.json");
-  clitest::WriteText(scratch.Path("c.json"), clitest::ConfigText(""));
+  clitest::WriteText(scratch.Path("c.json"), test::ConfigJson(""));
   const std::string run = "run --model ZephelT --config " + scratch.Path("c.json") + " " + in + " ";
   for (const std::string& output : {in, in + "/", scratch.Path(""), scratch.Path("in/..")}) {
     const clitest::CommandResult result = RunCli(run + output, scratch);
