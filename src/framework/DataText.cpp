@@ -50,6 +50,18 @@ std::string DataTextReader::Problem(const std::string& what) const {
   return "line " + std::to_string(line_) + ": " + what;
 }
 
+std::string DataTextHeader(const char* format, const char* version, const std::string& comment) {
+  std::string text = std::string(format) + " " + version + "\n";
+  std::size_t start = 0;
+  while (start < comment.size()) {
+    std::size_t end = comment.find('\n', start);
+    end = end == std::string::npos ? comment.size() : end;
+    text += "# " + comment.substr(start, end - start) + "\n";
+    start = end + 1;
+  }
+  return text;
+}
+
 bool ParseFiniteNumber(std::string_view field, double& value) {
   if (!field.empty() && field.front() == '+') {
     field.remove_prefix(1);

@@ -32,6 +32,9 @@ class DataTextReader {
   std::size_t line_ = 0;
 };
 
+// The first lines of a data file: "<format> <version>", then `comment` as '#' lines.
+std::string DataTextHeader(const char* format, const char* version, const std::string& comment);
+
 // A finite decimal number taking the whole field.
 bool ParseFiniteNumber(std::string_view field, double& value);
 

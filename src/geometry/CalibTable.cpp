@@ -90,14 +90,7 @@ bool CalibTable::Parse(std::string_view text, std::string& problem) {
 }
 
 std::string CalibTable::Write(const std::vector<CalibCurve>& curves, const std::string& comment) {
-  std::string text = std::string(kFormat) + " " + kVersion + "\n";
-  std::size_t start = 0;
-  while (start < comment.size()) {
-    std::size_t end = comment.find('\n', start);
-    end = end == std::string::npos ? comment.size() : end;
-    text += "# " + comment.substr(start, end - start) + "\n";
-    start = end + 1;
-  }
+  std::string text = DataTextHeader(kFormat, kVersion, comment);
   text += "# channel raw:calibrated ...\n";
   char knot[64];
   for (std::size_t channel = 0; channel < curves.size(); ++channel) {

@@ -20,11 +20,6 @@ class FilterPointsOfInterest : public Algorithm {
   // Heights are metres within +-this.
   static constexpr double kHeightLimit = 1000.0;
 
-  // The map at its bounds, and its text while it is parsed.
-  static std::size_t TableBytes(LidarType /*type*/, const NumberParams& /*params*/) {
-    return RoadMap::MaxTableBytes() + kMaxMapBytes;
-  }
-
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& /*lidarTypeName*/) override { return true; }
   // Reads the parameters and loads the map; a map that cannot be loaded leaves frames unchanged.

@@ -18,11 +18,6 @@ class ReflectCalib : public Algorithm {
   // A table file larger than this is refused unread.
   static constexpr std::size_t kMaxTableBytes = std::size_t{1} << 20;
 
-  // A curve for every channel a table may list, and the table's text while it is parsed.
-  static std::size_t TableBytes(LidarType /*type*/, const NumberParams& /*params*/) {
-    return (CalibTable::kMaxChannel + 1) * sizeof(CalibCurve) + kMaxTableBytes;
-  }
-
   void Process(std::vector<_ori_point>& frame) override;
   bool IsSupported(const std::string& /*lidarTypeName*/) override { return true; }
   // Reads the parameter and loads the table; a table that cannot be loaded leaves frames

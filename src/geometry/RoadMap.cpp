@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 #include "framework/DataText.h"
 
@@ -48,16 +49,6 @@ bool SegmentsMeet(double ax, double ay, double bx, double by, double cx, double 
   return OnSegment(ax, ay, bx, by, cx, cy) || OnSegment(ax, ay, bx, by, dx, dy) ||
          OnSegment(cx, cy, dx, dy, ax, ay) || OnSegment(cx, cy, dx, dy, bx, by);
 }
-
-}  // namespace
-
-std::size_t RoadMap::MaxTableBytes() {
-  constexpr std::size_t kRingBytesPerPoint = sizeof(MapPoint) + sizeof(std::size_t);
-  return static_cast<std::size_t>(kMaxCells) * (sizeof(uint8_t) + sizeof(uint32_t)) +
-         kMaxFiledEdges * sizeof(uint32_t) + kMaxVertices * (sizeof(Edge) + kRingBytesPerPoint);
-}
-
-namespace {
 
 std::size_t Clamped(double index, std::size_t count) {
   if (!(index > 0.0)) {
@@ -138,6 +129,20 @@ bool RoadMap::Parse(std::string_view text, std::string& problem) {
     return false;
   }
   return Build(std::move(rings), problem);
+}
+
+std::string RoadMap::Write(const std::vector<MapRing>& rings, const std::string& comment) {
+  std::string text = DataTextHeader(kFormat, kVersion, comment);
+  char line[64];
+  for (const MapRing& ring : rings) {
+    text += ring.hole ? "hole\n" : "polygon\n";
+    for (const MapPoint& p : ring.points) {
+      std::snprintf(line, sizeof(line), "%.3f %.3f\n", p.x, p.y);
+      text += line;
+    }
+    text += "end\n";
+  }
+  return text;
 }
 
 bool RoadMap::Build(std::vector<MapRing> rings, std::string& problem) {

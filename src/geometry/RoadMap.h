@@ -44,12 +44,13 @@ class RoadMap {
   // Builds the lookup from rings given in code (the tools); same checks as Parse.
   bool Build(std::vector<MapRing> rings, std::string& problem);
 
+  // The text of a map of `rings`, with `comment` lines after the header.
+  static std::string Write(const std::vector<MapRing>& rings, const std::string& comment);
+
   bool Contains(double x, double y) const;
   bool Empty() const { return rings_.empty(); }
   const std::vector<MapRing>& Rings() const { return rings_; }
   std::size_t CellCount() const { return corner_inside_.size(); }
-  // The most a map can hold once built, whatever its file.
-  static std::size_t MaxTableBytes();
 
  private:
   struct Edge {

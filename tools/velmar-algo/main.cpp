@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   velmar::tools::AddRenderCommand(app);
   velmar::tools::AddInfoCommand(app);
   velmar::tools::AddCalibrateCommand(app);
+  velmar::tools::AddRoiCommand(app);
   CLI11_PARSE(app, argc, argv);
   return 0;
 }
