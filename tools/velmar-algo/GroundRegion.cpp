@@ -150,15 +150,40 @@ GroundRegion::GroundRegion(double cell, double extent)
   cells_.assign(static_cast<std::size_t>(side_) * side_, 0);
 }
 
+void GroundRegion::Mark(double x, double y) {
+  const double fx = (x + extent_) / cell_, fy = (y + extent_) / cell_;
+  if (fx >= 0.0 && fy >= 0.0 && fx < side_ && fy < side_) {
+    cells_[static_cast<std::size_t>(fy) * side_ + static_cast<std::size_t>(fx)] = 1;
+  }
+}
+
+// Neighbouring channels of one column that both reach the ground cover the ground between them
+// too: far from the sensor the scan rings lie metres apart.
 void GroundRegion::AddFrame(const std::vector<_ori_point>& frame) {
-  for (const _ori_point& p : frame) {
-    if (p.distance <= 0.0 || sim::TruthKindOf(p) != sim::TruthKind::kGround) {
+  constexpr double kMaxGap = 10.0;
+  const auto ground = [](const _ori_point& p) {
+    return p.distance > 0.0 && sim::TruthKindOf(p) == sim::TruthKind::kGround &&
+           std::isfinite(p.x) && std::isfinite(p.y);
+  };
+  for (std::size_t k = 0; k < frame.size(); ++k) {
+    const _ori_point& p = frame[k];
+    if (!ground(p)) {
       continue;
     }
-    const double fx = (p.x + extent_) / cell_, fy = (p.y + extent_) / cell_;
-    if (fx >= 0.0 && fy >= 0.0 && fx < side_ && fy < side_) {
-      cells_[static_cast<std::size_t>(fy) * side_ + static_cast<std::size_t>(fx)] = 1;
-      ++returns_;
+    ++returns_;
+    Mark(p.x, p.y);
+    if (k + 1 == frame.size() || !ground(frame[k + 1]) || frame[k + 1].hor_angle != p.hor_angle) {
+      continue;
+    }
+    const _ori_point& q = frame[k + 1];
+    const double gap = std::hypot(q.x - p.x, q.y - p.y);
+    if (gap > kMaxGap) {
+      continue;
+    }
+    const int steps = static_cast<int>(std::ceil(2.0 * gap / cell_));
+    for (int s = 1; s < steps; ++s) {
+      const double t = static_cast<double>(s) / steps;
+      Mark(p.x + t * (q.x - p.x), p.y + t * (q.y - p.y));
     }
   }
 }
