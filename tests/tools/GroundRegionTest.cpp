@@ -21,6 +21,7 @@ TEST(GroundRegion, OutlinesTheGroundWithItsHoles) {
       p.x = r * std::cos(i * M_PI / 360.0);
       p.y = r * std::sin(i * M_PI / 360.0);
       p.distance = r;
+      p.hor_angle = i * 0.5;  // one return per column: nothing is filled along a ring
       p.reserved_a = sim::EncodeTruth(sim::TruthKind::kGround);
       if (std::fabs(p.x - 12.0) > 2.0 || std::fabs(p.y) > 2.0) {
         frame.push_back(p);
