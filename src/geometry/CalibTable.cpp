@@ -30,15 +30,19 @@ bool ParseKnot(std::string_view field, double& raw, double& calibrated) {
 
 }  // namespace
 
-double CalibCurve::Apply(double intensity) const {
-  std::size_t upper = 1;
-  while (upper + 1 < knots && intensity > raw[upper]) {
-    ++upper;
+void CalibCurve::Prepare() {
+  for (std::size_t k = 0; k + 1 < knots; ++k) {
+    slope[k] = (calibrated[k + 1] - calibrated[k]) / (raw[k + 1] - raw[k]);
+    offset[k] = calibrated[k] - slope[k] * raw[k];
   }
-  const double x0 = raw[upper - 1];
-  const double y0 = calibrated[upper - 1];
-  const double slope = (calibrated[upper] - y0) / (raw[upper] - x0);
-  const double value = y0 + (intensity - x0) * slope;
+}
+
+double CalibCurve::Apply(double intensity) const {
+  std::size_t segment = 0;
+  while (segment + 2 < knots && intensity > raw[segment + 1]) {
+    ++segment;
+  }
+  const double value = offset[segment] + slope[segment] * intensity;
   return std::clamp(value, 0.0, CalibTable::kFullScale);
 }
 
@@ -80,6 +84,7 @@ bool CalibTable::Parse(std::string_view text, std::string& problem) {
       }
     }
     curve.knots = static_cast<uint32_t>(knots);
+    curve.Prepare();
   }
   if (curves.empty()) {
     problem = "lists no channel";

@@ -18,6 +18,13 @@ struct CalibCurve {
   uint32_t knots = 0;  // 0: the channel is not calibrated
   std::array<double, kMaxKnots> raw{};
   std::array<double, kMaxKnots> calibrated{};
+  // Per segment k (between knots k and k+1): calibrated = offset[k] + slope[k] x raw, found once
+  // when the table is read so that a return costs no division.
+  std::array<double, kMaxKnots> slope{};
+  std::array<double, kMaxKnots> offset{};
+
+  // Fills slope and offset from the knots.
+  void Prepare();
 
   // Beyond the first and last knot the end segments go on; the result is clamped to the scale.
   double Apply(double intensity) const;

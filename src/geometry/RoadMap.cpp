@@ -222,6 +222,8 @@ void RoadMap::LayOutGrid() {
   rows_ = sideCells(height, side);
   sx_ = width / static_cast<double>(cols_ - 1);
   sy_ = height / static_cast<double>(rows_ - 1);
+  inv_sx_ = 1.0 / sx_;
+  inv_sy_ = 1.0 / sy_;
   x0_ = minX - kOriginFractionX * sx_;
   y0_ = minY - kOriginFractionY * sy_;
 }
@@ -343,8 +345,8 @@ bool RoadMap::Contains(double x, double y) const {
   if (corner_inside_.empty()) {
     return false;
   }
-  const double fx = (x - x0_) / sx_;
-  const double fy = (y - y0_) / sy_;
+  const double fx = (x - x0_) * inv_sx_;
+  const double fy = (y - y0_) * inv_sy_;
   if (!(fx >= 0.0 && fy >= 0.0 && fx < static_cast<double>(cols_) &&
         fy < static_cast<double>(rows_))) {
     return false;  // outside the grid, and NaN

@@ -72,6 +72,7 @@ class RoadMap {
   std::vector<MapRing> rings_;
   std::vector<Edge> edges_;
   double x0_ = 0.0, y0_ = 0.0, sx_ = 1.0, sy_ = 1.0;
+  double inv_sx_ = 1.0, inv_sy_ = 1.0;  // per metre, so a lookup multiplies
   std::size_t cols_ = 0, rows_ = 0;
   std::vector<uint8_t> corner_inside_;  // per cell: the answer at its lower-left corner
   std::vector<uint32_t> cell_start_;    // per cell: its edges in cell_edges_, from here

@@ -205,6 +205,7 @@ std::vector<CalibCurve> CalibrationSolver::Curves(const std::map<uint32_t, Chann
     curve.knots = 2;
     curve.raw = {rawLow, rawHigh};
     curve.calibrated = {(rawLow - fit.offset) / fit.gain, (rawHigh - fit.offset) / fit.gain};
+    curve.Prepare();
   }
   return curves;
 }
