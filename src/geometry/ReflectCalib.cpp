@@ -1,5 +1,8 @@
 #include "geometry/ReflectCalib.h"
 
+#include <algorithm>
+#include <limits>
+
 namespace velmar {
 namespace {
 
@@ -22,16 +25,43 @@ void ReflectCalib::ParseParams() {
   std::string problem;
   if (!table_.Parse(text, problem)) {
     PrintDataFileRefused(kClass, kPathKey, path, problem);
+    return;
+  }
+  LayOutSegments();
+}
+
+void ReflectCalib::LayOutSegments() {
+  const std::vector<CalibCurve>& curves = table_.Curves();
+  first_segment_.assign(curves.size(), 0);
+  segment_count_.assign(curves.size(), 0);
+  for (std::size_t channel = 0; channel < curves.size(); ++channel) {
+    const CalibCurve& curve = curves[channel];
+    if (curve.knots < 2) {
+      continue;
+    }
+    first_segment_[channel] = static_cast<uint32_t>(segments_.size());
+    segment_count_[channel] = curve.knots - 1;
+    for (uint32_t k = 0; k + 1 < curve.knots; ++k) {
+      const bool last = k + 2 == curve.knots;
+      segments_.push_back({last ? std::numeric_limits<double>::infinity() : curve.raw[k + 1],
+                           curve.slope[k], curve.offset[k]});
+    }
   }
 }
 
+// The same mapping as CalibCurve::Apply.
 void ReflectCalib::Process(std::vector<_ori_point>& frame) {
-  const std::vector<CalibCurve>& curves = table_.Curves();
-  const std::size_t channels = curves.size();
+  const std::size_t channels = segment_count_.size();
   for (_ori_point& p : frame) {
-    if (p.channel < channels && curves[p.channel].knots != 0 && p.intensity == p.intensity) {
-      p.intensity = curves[p.channel].Apply(p.intensity);
+    const double raw = p.intensity;
+    if (p.channel >= channels || segment_count_[p.channel] == 0 || raw != raw) {
+      continue;
     }
+    const Segment* segment = &segments_[first_segment_[p.channel]];
+    while (raw > segment->rawEnd) {
+      ++segment;
+    }
+    p.intensity = std::clamp(segment->offset + segment->slope * raw, 0.0, CalibTable::kFullScale);
   }
 }
 

@@ -4,7 +4,9 @@
 #ifndef VELMAR_GEOMETRY_REFLECT_CALIB_H
 #define VELMAR_GEOMETRY_REFLECT_CALIB_H
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "framework/Algorithm.h"
 #include "geometry/CalibTable.h"
@@ -29,7 +31,19 @@ class ReflectCalib : public Algorithm {
   std::string calib_file;
 
  private:
+  // The table's curves laid out for the frame loop: each channel's segments side by side, a few
+  // bytes a channel, so that a frame's sweep over all channels stays in the first-level cache.
+  struct Segment {
+    double rawEnd;  // the segment serves raw values up to here; +infinity for the last
+    double slope;
+    double offset;
+  };
+  void LayOutSegments();
+
   CalibTable table_;
+  std::vector<uint32_t> first_segment_;  // per channel
+  std::vector<uint32_t> segment_count_;  // per channel; 0: not calibrated
+  std::vector<Segment> segments_;
 };
 
 }  // namespace velmar
