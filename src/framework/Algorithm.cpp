@@ -92,21 +92,20 @@ std::string DataFileReason(DataFileStatus status, std::size_t maxBytes) {
 
 }  // namespace
 
-bool Algorithm::ReadDataFileOrSay(const char* className, const std::string& key,
-                                  const std::string& path, std::size_t maxBytes,
-                                  std::string& contents) const {
-  const DataFileStatus status = ReadDataFile(path, contents, maxBytes);
-  if (status == DataFileStatus::kRead) {
+bool Algorithm::LoadDataFile(
+    const char* className, const std::string& key, const std::string& path, std::size_t maxBytes,
+    const std::function<bool(const std::string& text, std::string& problem)>& parse) const {
+  const std::string resolved = DataPath(path);
+  std::string text;
+  const DataFileStatus status = ReadDataFile(resolved, text, maxBytes);
+  std::string problem;
+  if (status != DataFileStatus::kRead) {
+    problem = DataFileReason(status, maxBytes);
+  } else if (parse(text, problem)) {
     return true;
   }
-  PrintLine(std::string("[algo]:") + className + " " + key + " " + path + " " +
-            DataFileReason(status, maxBytes) + "!");
+  PrintLine(std::string("[algo]:") + className + " " + key + " " + resolved + " " + problem + "!");
   return false;
-}
-
-void Algorithm::PrintDataFileRefused(const char* className, const std::string& key,
-                                     const std::string& path, const std::string& problem) {
-  PrintLine(std::string("[algo]:") + className + " " + key + " " + path + " " + problem + "!");
 }
 
 }  // namespace velmar

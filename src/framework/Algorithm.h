@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <string>
@@ -59,13 +60,13 @@ class Algorithm : public AlgoBase {
 
   // `path` as given when absolute, otherwise taken from the data folder.
   std::string DataPath(const std::string& path) const;
-  // Reads the data file that parameter `key` names (framework/DataFile.h: regular files only, at
-  // most `maxBytes`). On failure prints "[algo]:<Class> <key> <path> <reason>!" and returns false.
-  bool ReadDataFileOrSay(const char* className, const std::string& key, const std::string& path,
-                         std::size_t maxBytes, std::string& contents) const;
-  // "[algo]:<Class> <key> <path> line <n>: <problem>!": a data file read but not accepted.
-  static void PrintDataFileRefused(const char* className, const std::string& key,
-                                   const std::string& path, const std::string& problem);
+  // Reads the data file that parameter `key` names at `path` (taken from the data folder when
+  // relative; framework/DataFile.h: regular files only, at most `maxBytes`) and hands its text
+  // to `parse`, which says what is wrong in `problem` when it refuses it. On any failure prints
+  // one line "[algo]:<Class> <key> <path> <reason>!" and returns false.
+  bool LoadDataFile(
+      const char* className, const std::string& key, const std::string& path, std::size_t maxBytes,
+      const std::function<bool(const std::string& text, std::string& problem)>& parse) const;
 
   // A size-driving parameter (framework/ParamBounds.h): `value` when it lies within `bound`,
   // otherwise `fallback`, after the range message naming the bound's key.

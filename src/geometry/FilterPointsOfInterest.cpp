@@ -39,15 +39,9 @@ void FilterPointsOfInterest::ReadHeightBand() {
 }
 
 void FilterPointsOfInterest::LoadMap() {
-  const std::string path = DataPath(road_map_boundary_path);
-  std::string text;
-  if (!ReadDataFileOrSay(kClass, kPathKey, path, kMaxMapBytes, text)) {
-    return;
-  }
-  std::string problem;
-  if (!map_.Parse(text, problem)) {
-    PrintDataFileRefused(kClass, kPathKey, path, problem);
-  }
+  LoadDataFile(
+      kClass, kPathKey, road_map_boundary_path, kMaxMapBytes,
+      [this](const std::string& text, std::string& problem) { return map_.Parse(text, problem); });
 }
 
 void FilterPointsOfInterest::Process(std::vector<_ori_point>& frame) {

@@ -17,17 +17,13 @@ void ReflectCalib::ParseParams() {
     PrintParamInvalid(kClass);
     return;
   }
-  const std::string path = DataPath(calib_file);
-  std::string text;
-  if (!ReadDataFileOrSay(kClass, kPathKey, path, kMaxTableBytes, text)) {
-    return;
+  const bool loaded = LoadDataFile(kClass, kPathKey, calib_file, kMaxTableBytes,
+                                   [this](const std::string& text, std::string& problem) {
+                                     return table_.Parse(text, problem);
+                                   });
+  if (loaded) {
+    LayOutSegments();
   }
-  std::string problem;
-  if (!table_.Parse(text, problem)) {
-    PrintDataFileRefused(kClass, kPathKey, path, problem);
-    return;
-  }
-  LayOutSegments();
 }
 
 void ReflectCalib::LayOutSegments() {
