@@ -128,6 +128,7 @@ TEST(WeatherPipelineTest, EachModelGetsItsFilters) {
   EXPECT_EQ(added(LIDAR_ZEPHEL_B2_B3_MP), close_and_rain);
   EXPECT_EQ(added(LIDAR_QUILL_A2), "[algo]: rain is added!\n");
   EXPECT_EQ(added(LIDAR_ORVIK48), "[algo]: rain is added!\n");
+  EXPECT_EQ(added(LIDAR_ORVIK48_DEPTH), "");  // a name that only begins like a supported one
 }
 
 TEST(RainfogFilterTest, BandsThresholdsAndPresets) {

@@ -64,7 +64,7 @@ TEST(MotionPointTest, PushesOncePerRevolution) {
 // The flagger and the undistortion take the Zephel models; the wide undistortion the Marlo
 // models besides. On QuillA4 a moving return is removed by the undistortion and then flagged: an
 // empty return where the history saw a surface.
-TEST(MotionPipelineTest, EachModelGetsItsAlgorithmsAndUndistortionComesFirst) {
+TEST(MotionPipelineTest, EachModelGetsItsAlgorithmsAndAMovingReturnIsBothRemovedAndFlagged) {
   const std::string config = test::ConfigJson(EntryJson(21, "flag") + "," + EntryJson(27, "wide") +
                                               "," + EntryJson(1, "undistort"));
   const std::string all =

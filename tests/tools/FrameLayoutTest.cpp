@@ -1,6 +1,7 @@
 // Point order, packet shape and per-point conventions of every simulated model.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -128,6 +129,16 @@ TEST(Marlo128LayoutTest, NearFacesSeeOnlyNearTargetsAndOtherFacesOnlyFarOnes) {
   EXPECT_GT(returns, 10000);
 }
 
+// Neighbouring channels of a bank are neighbours in elevation, and bank B lies half a step below
+// bank A: the two banks interleave.
+TEST(Marlo128LayoutTest, BanksInterleaveInElevation) {
+  const SensorModel& m = *FindSensorModel("Marlo128");
+  for (uint32_t i = 0; i + 1 < 64; ++i) {
+    EXPECT_NEAR(m.elevationDeg[i] - m.elevationDeg[i + 1], 0.4, 1e-12) << i;
+    EXPECT_NEAR(m.elevationDeg[i] - m.elevationDeg[i + 64], 0.2, 1e-12) << i;
+  }
+}
+
 TEST(Marlo128LayoutTest, ReferenceFaceSweepEndsWithAPacketBeyond150Degrees) {
   const SensorModel& m = *FindSensorModel("Marlo128");
   const std::vector<_ori_point> frame = clitest::Generate(clitest::Settings("Marlo128", "empty"));
@@ -138,6 +149,31 @@ TEST(Marlo128LayoutTest, ReferenceFaceSweepEndsWithAPacketBeyond150Degrees) {
   }
   EXPECT_GE(triggers, 1);
   EXPECT_LT(triggers, 5);
+}
+
+// The simulator's channel groups are exactly the ghost filter's: a strong return of a group's
+// first channel condemns a weak return at its range on every other channel of that group and on
+// no channel outside it. Together the groups cover every channel once; a packet is one column.
+TEST(ZephelTLayoutTest, ChannelGroupsAreTheGhostFiltersGroups) {
+  const SensorModel& m = *FindSensorModel("ZephelT");
+  EXPECT_EQ(m.packetPoints, m.channels);
+  auto filter = test::MakeAlgo(33, LIDAR_ZEPHEL_T);
+  std::set<uint32_t> seen;
+  for (const auto& group : m.channelGroups) {
+    std::vector<_ori_point> column(m.channels, test::MakePoint(20.0));
+    for (uint32_t i = 0; i < m.channels; ++i) {
+      column[i].channel = m.firstChannel + i;
+      column[i].pulse_width = group.front() == column[i].channel ? 50.0 : 10.0;
+    }
+    filter->Process(column);
+    for (const _ori_point& p : column) {
+      const bool mate = p.channel != group.front() &&
+                        std::find(group.begin(), group.end(), p.channel) != group.end();
+      EXPECT_EQ(p.distance == 0.0, mate) << "group of " << group.front() << ", " << p.channel;
+    }
+    seen.insert(group.begin(), group.end());
+  }
+  EXPECT_EQ(seen.size(), std::size_t{m.channels});
 }
 
 TEST(Zephel64LayoutTest, PacketsHoldTwoColumnsAndOnlyTheTurnPacketsStartOffGrid) {
