@@ -110,9 +110,10 @@ example: build
 bench: deps
 	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
 	  -DVELMAR_BUILD_PEERS=OFF -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
-	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench
+	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench deskew_bench
 	./$(BENCH_BUILD_DIR)/bench/algo_bench $(BENCH_ARGS)
 	./$(BENCH_BUILD_DIR)/bench/ground_bench
+	./$(BENCH_BUILD_DIR)/bench/deskew_bench
 
 # Our filters and ground detection against PCL and Open3D on the same simulated and real frames,
 # after checking that both read our recordings (see docs/performance.md). PEERS_ARGS=--search

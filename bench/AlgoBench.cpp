@@ -141,6 +141,10 @@ std::vector<AlgoCase> Cases() {
       {32, "FilterPointsOfInterest", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass,
        MapParams()},
       {33, "HighrefFilterZepT", LIDAR_ZEPHEL_T, "ZephelT", Feed::kFrame, Kind::kSinglePass, "{}"},
+      // The deskew with a configured velocity; its estimation is timed on a continuous drive by
+      // deskew_bench, since these frames repeat in a loop.
+      {34, "UndistortPointMove", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass,
+       "{\"estimate_motion\": 0, \"forward_speed\": 8, \"yaw_rate\": 10}"},
       // Ground detection fits its planes when a packet that starts on the reference face beyond
       // 150 degrees arrives, so it is fed packets as a driver delivers them.
       {35, "GroundDet", LIDAR_MARLO128, "Marlo128", Feed::kDrivePacket, Kind::kGridHistory, "{}"},

@@ -98,6 +98,12 @@ constexpr std::size_t kColumnPoints64 = 64;
 constexpr double kSweepGridFirstAngle = 30.0;   // degrees, where column 0 begins
 constexpr double kSweepGridColumnStep = 0.167;  // degrees per column
 constexpr int32_t kSweepGridColumns = 720;
+// The sweep itself runs two columns beyond the grid at each end (the turn columns), so every sweep
+// crosses both ends of the field: 724 columns, evenly spaced in time.
+constexpr int32_t kSweepTurnColumns = 2;
+// The three mirror faces sweep one after another, each in a third of the 100 ms frame.
+constexpr uint32_t kMirrorFaceSlots = 3;
+constexpr double kMirrorFacePeriodMs = 33.333333333333336;
 
 }  // namespace velmar
 

@@ -27,6 +27,7 @@
 #include "motion/MotionPoint.h"
 #include "motion/UndistortPoint.h"
 #include "motion/UndistortPoint2.h"
+#include "motion/UndistortPointMove.h"
 
 namespace velmar {
 namespace {
@@ -80,6 +81,8 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<CalculateRotateAllPointCloud>(name, desc, type);
     case 33:
       return std::make_shared<HighrefFilterZepT>(name, desc, type);
+    case 34:
+      return std::make_shared<UndistortPointMove>(name, desc, type);
     case 35:
       return std::make_shared<GroundDet>(name, desc, type);
     case 11:
@@ -87,8 +90,8 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
     case 32:
       return std::make_shared<FilterPointsOfInterest>(name, desc, type);
     // Crosstalk (8, 17), disturbed points (9), high-reflectivity ghosts (14, 29, 30), discrete
-    // points (19), two-pass clustering (22) and moving-platform undistortion (34) are not
-    // provided by this library; their ids still load so that a host's configuration keeps working.
+    // points (19) and two-pass clustering (22) are not provided by this library; their ids still
+    // load so that a host's configuration keeps working.
     case 8:
     case 9:
     case 14:
@@ -97,7 +100,6 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
     case 22:
     case 29:
     case 30:
-    case 34:
       return std::make_shared<PassThroughAlgo>(name, desc, type);
     default:
       return nullptr;
@@ -144,6 +146,7 @@ constexpr FootprintEntry kFootprints[] = {
     {31, FootprintOf<CalculateRotateAllPointCloud>},
     {32, FootprintOf<FilterPointsOfInterest>},
     {33, FootprintOf<HighrefFilterZepT>},
+    {34, FootprintOf<UndistortPointMove>},
     {35, FootprintOf<GroundDet>},
 };
 // clang-format on

@@ -11,7 +11,9 @@
 #include <functional>
 #include <initializer_list>
 #include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "framework/AlgoBase.h"
 #include "framework/ParamBounds.h"
@@ -26,6 +28,9 @@ class Algorithm : public AlgoBase {
   uint32_t Id() const final { return id; }
   void ParseParams() override {}
   void ClearCache() override {}
+  // Called once the pipeline is assembled, with all its algorithms in processing order: an
+  // algorithm whose work depends on what runs before it looks here, once, instead of per frame.
+  virtual void JoinPipeline(const std::vector<std::shared_ptr<AlgoBase>>& /*pipeline*/) {}
 
   // The folder that relative paths of data files (maps, tables) are taken from: the folder of the
   // configuration file when the configuration came from a file, empty (the working directory) for

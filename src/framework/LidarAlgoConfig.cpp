@@ -5,6 +5,7 @@
 #include <rapidjson/filereadstream.h>
 
 #include "framework/AlgoFactory.h"
+#include "framework/Algorithm.h"
 #include "framework/LidarAlgo.h"
 #include "framework/Messages.h"
 #include "framework/about.h"
@@ -175,6 +176,11 @@ bool LidarAlgo::ParseAlgoConfigImp(const rapidjson::Document& document,
             [](const std::shared_ptr<AlgoBase>& a, const std::shared_ptr<AlgoBase>& b) {
               return a->Id() < b->Id();
             });
+  for (const std::shared_ptr<AlgoBase>& algo : built) {
+    if (auto* own = dynamic_cast<Algorithm*>(algo.get())) {
+      own->JoinPipeline(built);
+    }
+  }
   algos.swap(built);
   running_footprint_ = footprint;
   return true;

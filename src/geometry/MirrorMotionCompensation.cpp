@@ -8,8 +8,6 @@ namespace {
 
 // A speed in km/h divided by this is in metres per millisecond.
 constexpr double kKmPerHourPerMetrePerMs = 3600.0;
-// Time from one face's sweep to the next face's sweep, milliseconds.
-constexpr double kFaceStepMs = 33.333333333333336;
 
 }  // namespace
 
@@ -40,7 +38,7 @@ void MirrorMotionCompensation::Process(std::vector<_ori_point>& frame) {
 }
 
 void MirrorMotionCompensation::UpdateFaceOffsets() {
-  const float step = static_cast<float>(speed / kKmPerHourPerMetrePerMs * kFaceStepMs);
+  const float step = static_cast<float>(speed / kKmPerHourPerMetrePerMs * kMirrorFacePeriodMs);
   face_offset[kFace0] = 0.0f;
   face_offset[kFace1] = step;
   face_offset[kFace2] = 2.0f * step;

@@ -97,7 +97,7 @@ def test_messages_and_warnings():
         pipeline = velmar.Pipeline(17, CONFIGS / "marlo128.json")
         # demo.json's delete_point entry is meant for ZephelB1 only: not a left-out entry.
         velmar.Pipeline("Marlo128", CONFIGS / "demo.json")
-    assert [i for i, _ in pipeline.algorithms] == [4, 5, 23, 24, 25, 26, 27, 28, 31, 35]
+    assert [i for i, _ in pipeline.algorithms] == [4, 5, 23, 24, 25, 26, 27, 28, 31, 34, 35]
     assert pipeline.messages[0] == "[algo]: rain_point is added!"
     assert pipeline.version == velmar.__version__ == "2.0.6"
 

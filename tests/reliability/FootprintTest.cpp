@@ -74,6 +74,11 @@ TEST(Footprint, SizeDrivingParametersAreCountedUpToTheirBounds) {
     params.Parse(text);
     ExpectFootprintFits(35, LIDAR_MARLO128, &params);
   }
+  for (const char* text : {R"({"max_samples": 1e12})", R"({"max_samples": 262144})",
+                           R"({"estimate_motion": 0, "max_samples": 262144})"}) {
+    params.Parse(text);
+    ExpectFootprintFits(34, LIDAR_MARLO128, &params);
+  }
   EXPECT_EQ(AlgoFootprint(0, LIDAR_MARLO128, nullptr), 0u);
   EXPECT_EQ(AlgoFootprint(36, LIDAR_MARLO128, nullptr), 0u);
 }

@@ -61,6 +61,11 @@ void WriteIndex(const std::string& folder, const RecordingInfo& info) {
   w.Double(info.scene.egoSpeed);
   w.Key("ground_slope");
   w.Double(info.scene.groundSlope);
+  // Written for turning drives only, so that the index of a straight drive stays as it was.
+  if (info.scene.yawRate != 0.0) {
+    w.Key("yaw_rate");
+    w.Double(info.scene.yawRate);
+  }
   w.EndObject();
   w.Key("noise");
   w.StartObject();
@@ -211,6 +216,9 @@ RecordingInfo ParseIndex(const std::string& path) {
   info.scene.name = scene.String("name");
   info.scene.egoSpeed = scene.Number("ego_speed");
   info.scene.groundSlope = scene.Number("ground_slope");
+  if (scene.Value().HasMember("yaw_rate")) {
+    info.scene.yawRate = scene.Number("yaw_rate");
+  }
   const IndexReader noise = root.Object("noise");
   for (const NoiseKindInfo& kind : NoiseKinds()) {
     info.noise[kind.kind] = noise.Number(kind.name);

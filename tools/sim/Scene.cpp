@@ -109,7 +109,10 @@ double IntersectBox(double minX, double maxX, double minY, double maxY, double m
 
 Scene::Scene(const SceneSettings& settings, const SensorModel& model, double durationSec,
              uint64_t seed)
-    : settings_(settings), model_(model) {
+    : settings_(settings),
+      model_(model),
+      yawRateRad_(settings.yawRate * kPi / 180.0),
+      durationSec_(durationSec) {
   // The layout covers what the sensor can see from every point of its drive, backwards too.
   const double travel = settings.egoSpeed * durationSec;
   const double yStart = std::min(0.0, travel) - kLayoutBehind;
@@ -199,13 +202,26 @@ void Scene::LayOutHighway(uint64_t seed, double yStart, double yEnd) {
   }
 }
 
-Scene::PlacedBox Scene::Place(const SceneBox& box, double t) const {
-  const double sensorY = SensorY(t);
+SensorPose Scene::PoseAt(double t) const {
+  SensorPose pose;
+  pose.y = settings_.egoSpeed * t;
+  if (yawRateRad_ != 0.0) {
+    const double startHeading = -0.5 * yawRateRad_ * durationSec_;
+    const double radius = settings_.egoSpeed / yawRateRad_;
+    pose.heading = startHeading + yawRateRad_ * t;
+    pose.x = radius * (std::cos(pose.heading) - std::cos(startHeading));
+    pose.y = radius * (std::sin(pose.heading) - std::sin(startHeading));
+  }
+  pose.z = settings_.groundSlope * pose.y;
+  return pose;
+}
+
+Scene::PlacedBox Scene::Place(const SceneBox& box, double t, const SensorPose& sensor) const {
   PlacedBox placed;
-  placed.minX = box.minX + box.vx * t;
-  placed.maxX = box.maxX + box.vx * t;
-  placed.minY = box.minY + box.vy * t - sensorY;
-  placed.maxY = box.maxY + box.vy * t - sensorY;
+  placed.minX = box.minX + box.vx * t - sensor.x;
+  placed.maxX = box.maxX + box.vx * t - sensor.x;
+  placed.minY = box.minY + box.vy * t - sensor.y;
+  placed.maxY = box.maxY + box.vy * t - sensor.y;
   // The box stands on the (possibly sloped) road under its centre; the sensor rides on the road
   // as well, so heights relative to the sensor depend only on the distance ahead.
   const double base =
@@ -221,8 +237,9 @@ Scene::PlacedBox Scene::Place(const SceneBox& box, double t) const {
 
 bool Scene::AngularExtent(const SceneBox& box, double t0, double t1, double& low,
                           double& high) const {
-  const PlacedBox start = Place(box, t0);
-  const PlacedBox end = Place(box, t1);
+  const SensorPose poses[2] = {PoseAt(t0), PoseAt(t1)};
+  const PlacedBox start = Place(box, t0, poses[0]);
+  const PlacedBox end = Place(box, t1, poses[1]);
   if (start.nearest > model_.maxRange && end.nearest > model_.maxRange) {
     return false;
   }
@@ -231,16 +248,19 @@ bool Scene::AngularExtent(const SceneBox& box, double t0, double t1, double& low
     high = kFullTurnDeg;
     return true;
   }
-  // Corner angles relative to the direction of the box's centre, so that the interval stays
-  // continuous whichever way the box lies.
+  // Corner angles in the sensor's axes, relative to the direction of the box's centre, so that
+  // the interval stays continuous whichever way the box lies.
   const double centre =
-      std::atan2(0.5 * (start.minY + start.maxY), 0.5 * (start.minX + start.maxX));
+      std::atan2(0.5 * (start.minY + start.maxY), 0.5 * (start.minX + start.maxX)) -
+      poses[0].heading;
   low = std::numeric_limits<double>::infinity();
   high = -low;
-  for (const PlacedBox* p : {&start, &end}) {
+  for (int i = 0; i < 2; ++i) {
+    const PlacedBox* p = i == 0 ? &start : &end;
     for (double x : {p->minX, p->maxX}) {
       for (double y : {p->minY, p->maxY}) {
-        const double delta = std::remainder(std::atan2(y, x) - centre, 2.0 * kPi);
+        const double delta =
+            std::remainder(std::atan2(y, x) - poses[i].heading - centre, 2.0 * kPi);
         low = std::min(low, delta);
         high = std::max(high, delta);
       }
@@ -283,9 +303,12 @@ void Scene::PrepareSweep(double t0, double t1) {
 }
 
 void Scene::PrepareColumn(uint32_t column, double t) {
+  columnPose_ = PoseAt(t);
+  headingCos_ = std::cos(columnPose_.heading);
+  headingSin_ = std::sin(columnPose_.heading);
   placed_.clear();
   for (uint32_t index : columnBoxes_[column]) {
-    PlacedBox p = Place(boxes_[index], t);
+    PlacedBox p = Place(boxes_[index], t, columnPose_);
     p.index = index;
     placed_.push_back(p);
   }
@@ -303,14 +326,17 @@ void Scene::CastGround(double dx, double dy, double dz, SurfaceHit& hit) const {
   double range = roadRange;
   double reflectivity = kRoadReflectivity;
   TruthKind kind = TruthKind::kGround;
-  if (std::fabs(roadRange * dx) > roadHalfWidth_) {
+  // Road edges are at world x = +-roadHalfWidth_; the sensor may have drifted off the centre.
+  const double sensorX = columnPose_.x;
+  if (std::fabs(sensorX + roadRange * dx) > roadHalfWidth_) {
     const double pavementRange = -(model_.mountHeight - curbHeight_) / descent;
-    if (std::fabs(pavementRange * dx) > roadHalfWidth_) {
+    if (std::fabs(sensorX + pavementRange * dx) > roadHalfWidth_) {
       range = pavementRange;
       reflectivity = kPavementReflectivity;
     } else {
       // The beam passes the road edge between the two levels: it meets the curb's face.
-      range = roadHalfWidth_ / std::fabs(dx);
+      const double edge = sensorX + roadRange * dx > 0.0 ? roadHalfWidth_ : -roadHalfWidth_;
+      range = (edge - sensorX) / dx;
       reflectivity = kCurbReflectivity;
       kind = TruthKind::kReal;
     }
@@ -323,7 +349,13 @@ void Scene::CastGround(double dx, double dy, double dz, SurfaceHit& hit) const {
   }
 }
 
-SurfaceHit Scene::Cast(double dx, double dy, double dz) const {
+SurfaceHit Scene::Cast(double sensorDx, double sensorDy, double dz) const {
+  double dx = sensorDx;
+  double dy = sensorDy;
+  if (yawRateRad_ != 0.0) {
+    dx = headingCos_ * sensorDx - headingSin_ * sensorDy;
+    dy = headingSin_ * sensorDx + headingCos_ * sensorDy;
+  }
   SurfaceHit hit;
   CastGround(dx, dy, dz, hit);
   double best = hit.range > 0.0 ? hit.range : std::numeric_limits<double>::infinity();

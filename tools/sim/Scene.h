@@ -24,6 +24,15 @@ struct SceneBox {
   bool moving;
 };
 
+// Where the sensor is at a moment of the drive: world position (metres; z follows the sloped
+// road) and heading (radians, counter-clockwise from the world's forward axis y).
+struct SensorPose {
+  double x = 0.0;
+  double y = 0.0;
+  double z = 0.0;
+  double heading = 0.0;
+};
+
 // The first surface a beam meets. range 0 means nothing within the sensor's range.
 struct SurfaceHit {
   double range = 0.0;
@@ -43,12 +52,18 @@ class Scene {
 
   const std::vector<SceneBox>& Boxes() const { return boxes_; }
 
+  // The sensor drives at the ego speed along its own forward axis and turns at the yaw rate. A
+  // turning drive is an arc whose heading crosses the road's direction halfway through the
+  // drive, so that the sensor stays near the middle of the (straight) road as long as it can.
+  SensorPose PoseAt(double t) const;
+
   // Sorts the boxes that can be seen during one face sweep [t0, t1] into the sweep's columns.
   void PrepareSweep(double t0, double t1);
   // Places the candidate boxes of `column` where they are at time t, relative to the sensor.
   void PrepareColumn(uint32_t column, double t);
-  // Casts a beam of unit direction (dx, dy, dz) from the sensor against the prepared column.
-  SurfaceHit Cast(double dx, double dy, double dz) const;
+  // Casts a beam of unit direction (dx, dy, dz), in the sensor's axes, from the sensor against
+  // the prepared column.
+  SurfaceHit Cast(double sensorDx, double sensorDy, double dz) const;
 
  private:
   struct PlacedBox {
@@ -59,8 +74,8 @@ class Scene {
 
   void LayOutCity(uint64_t seed, double yStart, double yEnd);
   void LayOutHighway(uint64_t seed, double yStart, double yEnd);
-  double SensorY(double t) const { return settings_.egoSpeed * t; }
-  PlacedBox Place(const SceneBox& box, double t) const;
+  // Box at time t relative to the sensor's position, in world axes.
+  PlacedBox Place(const SceneBox& box, double t, const SensorPose& sensor) const;
   // Horizontal angles (degrees, low <= high, margin included) that the box covers during
   // [t0, t1]; false when it stays out of range.
   bool AngularExtent(const SceneBox& box, double t0, double t1, double& low, double& high) const;
@@ -68,6 +83,12 @@ class Scene {
 
   SceneSettings settings_;
   const SensorModel& model_;
+  double yawRateRad_;  // radians per second; 0 for a straight drive
+  double durationSec_;
+  // The prepared column's view: beams turn from the sensor's axes into world axes.
+  SensorPose columnPose_;
+  double headingCos_ = 1.0;
+  double headingSin_ = 0.0;
   double roadHalfWidth_;
   double curbHeight_;
   std::vector<SceneBox> boxes_;

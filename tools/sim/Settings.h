@@ -51,6 +51,7 @@ struct SceneSettings {
   std::string name = "city";
   double egoSpeed = 0.0;     // m/s along the forward axis
   double groundSlope = 0.0;  // rise of the road per metre forward
+  double yawRate = 0.0;      // degrees per second, positive turning left (seen from above)
 };
 
 // The intensity error of the simulated unit (sim/ChannelResponse.h), off while both spreads are 0.

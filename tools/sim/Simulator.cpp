@@ -39,8 +39,9 @@ void CheckRates(const NoiseSettings& noise) {
 Simulator::Simulator(const SimulationSettings& settings)
     : settings_(settings), model_(&RequireModel(settings.model)) {
   CheckRates(settings.noise);
-  if (!std::isfinite(settings.scene.egoSpeed) || !std::isfinite(settings.scene.groundSlope)) {
-    throw std::invalid_argument("ego speed and ground slope must be finite");
+  if (!std::isfinite(settings.scene.egoSpeed) || !std::isfinite(settings.scene.groundSlope) ||
+      !std::isfinite(settings.scene.yawRate)) {
+    throw std::invalid_argument("ego speed, ground slope and yaw rate must be finite");
   }
   const double duration = settings.frames * model_->FramePeriodSec();
   scene_ = std::make_unique<Scene>(settings.scene, *model_, duration,

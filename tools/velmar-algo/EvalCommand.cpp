@@ -57,6 +57,7 @@ EvalReport Evaluate(const EvalOptions& options) {
   report.recording = options.input;
   report.packetPoints = options.packet;
   std::vector<OutcomeTally> stageTotals(meter.StageCount());
+  DistortionMeter distortion(reader->Info());
   FeedRecording(
       *reader, [&meter](std::vector<_ori_point>& unit) { meter.Process(unit); }, options.packet,
       std::numeric_limits<uint32_t>::max(),
@@ -66,12 +67,14 @@ EvalReport Evaluate(const EvalOptions& options) {
         std::vector<int64_t> representative = Representatives(
             frame.input.size(), frame.output, [&frame](std::size_t j) { return frame.origin[j]; });
         TallyOutcomes(frame.input, frame.output, representative, report.pipeline);
+        distortion.Add(frame, representative);
       },
       "eval");
   for (std::size_t s = 0; s < meter.StageCount(); ++s) {
     const AlgoBase& algorithm = meter.Algorithm(s);
     report.stages.push_back(StageReport{algorithm.Id(), algorithm.name, stageTotals[s]});
   }
+  report.distortion = distortion.Report();
   return report;
 }
 

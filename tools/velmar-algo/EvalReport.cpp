@@ -91,6 +91,57 @@ void WriteCounts(rapidjson::PrettyWriter<rapidjson::StringBuffer>& writer,
   writer.Double(Share(tally.Surface().removed, recorded.Surface().returns));
 }
 
+constexpr double kCentimetres = 100.0;
+
+void PrintDistortion(std::ostream& out, const DistortionReport& distortion) {
+  if (!distortion.measured) {
+    return;
+  }
+  char line[160];
+  out << "\nresidual motion distortion of static returns (distance to where the true motion puts\n"
+         "them at the end of their frame)\n";
+  for (const auto& [label, figures] :
+       {std::make_pair("before", &distortion.before), std::make_pair("after", &distortion.after)}) {
+    std::snprintf(line, sizeof(line),
+                  "  %-7s mean %7.2f cm, 95th percentile %7.2f cm (%llu returns)\n", label,
+                  figures->mean * kCentimetres, figures->p95 * kCentimetres,
+                  static_cast<unsigned long long>(figures->returns));
+    out << line;
+  }
+  out << "  after, mean per frame (cm):";
+  for (const DistortionFigures& frame : distortion.afterByFrame) {
+    std::snprintf(line, sizeof(line), " %.2f", frame.mean * kCentimetres);
+    out << line;
+  }
+  out << '\n';
+}
+
+void WriteDistortion(rapidjson::PrettyWriter<rapidjson::StringBuffer>& writer,
+                     const DistortionReport& distortion) {
+  auto figures = [&writer](const char* key, const DistortionFigures& f) {
+    writer.Key(key);
+    writer.StartObject();
+    writer.Key("returns");
+    writer.Uint64(f.returns);
+    writer.Key("mean_m");
+    writer.Double(f.mean);
+    writer.Key("p95_m");
+    writer.Double(f.p95);
+    writer.EndObject();
+  };
+  writer.Key("distortion");
+  writer.StartObject();
+  figures("before", distortion.before);
+  figures("after", distortion.after);
+  writer.Key("after_mean_m_by_frame");
+  writer.StartArray();
+  for (const DistortionFigures& frame : distortion.afterByFrame) {
+    writer.Double(frame.mean);
+  }
+  writer.EndArray();
+  writer.EndObject();
+}
+
 // Chart layout, in pixels.
 constexpr int kPlotHeight = 360;
 constexpr int kPlotMarginLeft = 50;
@@ -130,6 +181,7 @@ void PrintEvalTable(const EvalReport& report, std::ostream& out) {
     PrintBlock(out, StageTitle(stage), stage.tally, report.pipeline, true);
   }
   PrintBlock(out, "whole pipeline", report.pipeline, report.pipeline, false);
+  PrintDistortion(out, report.distortion);
   out.flush();
 }
 
@@ -163,6 +215,9 @@ std::string EvalJson(const EvalReport& report) {
   writer.StartObject();
   WriteCounts(writer, report.pipeline, report.pipeline);
   writer.EndObject();
+  if (report.distortion.measured) {
+    WriteDistortion(writer, report.distortion);
+  }
   writer.EndObject();
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Distortion.h"
 #include "Outcome.h"
 
 namespace velmar {
@@ -27,6 +28,7 @@ struct EvalReport {
   uint32_t packetPoints = 0;        // 0 when fed whole frames
   std::vector<StageReport> stages;  // in pipeline order
   OutcomeTally pipeline;            // recording in, host's frames out
+  DistortionReport distortion;      // static returns against the true motion, in and out
 };
 
 struct EvalOptions {

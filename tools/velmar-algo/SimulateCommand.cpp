@@ -72,6 +72,9 @@ void AddSimulateCommand(CLI::App& app) {
   cmd->add_option("--seed", s.seed, "Random seed")->capture_default_str();
   cmd->add_option("--ego-speed", s.scene.egoSpeed, "Sensor speed along the forward axis, m/s")
       ->capture_default_str();
+  cmd->add_option("--yaw-rate", s.scene.yawRate,
+                  "Turn rate of the sensor, degrees per second, positive to the left")
+      ->capture_default_str();
   cmd->add_option("--slope", s.scene.groundSlope, "Rise of the road per metre forward")
       ->capture_default_str();
   cmd->add_option("--unit-seed", s.unit.seed,
