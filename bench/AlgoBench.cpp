@@ -1,10 +1,18 @@
 // Time per frame of every algorithm of the library on simulated frames, in steady state.
 #include <benchmark/benchmark.h>
 
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "BenchSupport.h"
+#include "geometry/CalibTable.h"
+#include "geometry/RoadMap.h"
 
 namespace velmar {
 namespace bench {
@@ -24,7 +32,7 @@ struct AlgoCase {
   std::string drive;  // the simulated model whose frames it is fed
   Feed feed;
   Kind kind;
-  const char* params;
+  std::string params;
   bool strongReturnArtefacts = false;  // fed a drive with crosstalk, ghosts and blooming
 };
 
@@ -40,6 +48,56 @@ const char* KindName(Kind kind) {
       return "clustering";
   }
   return "";
+}
+
+// A star-shaped road region around the sensor with `points` vertices, its radius wandering
+// between 15 and 60 m with a few centimetres of jitter, as a surveyed boundary does.
+std::string StarMapText(int points) {
+  std::vector<MapRing> rings(1);
+  for (int i = 0; i < points; ++i) {
+    const double angle = 2.0 * M_PI * i / points;
+    const double jitter = 0.02 * std::sin(0.7 * i);
+    const double radius = 37.5 + 22.5 * std::sin(7.0 * angle) * std::cos(3.0 * angle) + jitter;
+    rings[0].points.push_back({radius * std::cos(angle), radius * std::sin(angle)});
+  }
+  return RoadMap::Write(rings, "benchmark map");
+}
+
+// Writes `text` to a new file under /tmp and returns its path; removed when the process ends.
+std::string TempFile(const std::string& text) {
+  char path[] = "/tmp/velmar_bench_XXXXXX";
+  const int fd = mkstemp(path);
+  if (fd < 0) {
+    return "/nonexistent";
+  }
+  close(fd);
+  std::ofstream(path, std::ios::binary) << text;
+  static std::vector<std::string>* files = [] {
+    auto* list = new std::vector<std::string>();
+    std::atexit([] {
+      for (const std::string& f : *files)
+        std::remove(f.c_str());
+    });
+    return list;
+  }();
+  files->push_back(path);
+  return path;
+}
+
+std::string MapParams() {
+  constexpr int kMapPoints = 10000;
+  return "{\"road_map_boundary_path\": \"" + TempFile(StarMapText(kMapPoints)) + "\"}";
+}
+
+// A gain for every channel of the 128-channel model.
+std::string CalibParams() {
+  std::vector<CalibCurve> curves(129);
+  for (uint32_t c = 1; c <= 128; ++c) {
+    curves[c].knots = 2;
+    curves[c].raw = {0.0, 255.0 * (0.8 + 0.003 * c)};
+    curves[c].calibrated = {0.0, 255.0};
+  }
+  return "{\"calib_file\": \"" + TempFile(CalibTable::Write(curves, "benchmark table")) + "\"}";
 }
 
 std::vector<AlgoCase> Cases() {
@@ -67,6 +125,8 @@ std::vector<AlgoCase> Cases() {
       {10, "JointabcProcess", LIDAR_ZEPHEL_B1, column, Feed::kFrame, Kind::kSinglePass,
        "{\"jointabc_node1\": 1, \"jointabc_node2\": 10, \"jointabc_one_face\": 0, "
        "\"jointabc_two_face\": 3}"},
+      {11, "ReflectCalib", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass,
+       CalibParams()},
       {12, "DragPoint", LIDAR_ZEPHEL_T, "ZephelT", Feed::kDrivePacket, Kind::kSinglePass, "{}"},
       {13, "RainfogFilter", columnType, column, Feed::kFrame, Kind::kSinglePass,
        "{\"rainfog_filter_range\": 2}"},
@@ -98,6 +158,8 @@ std::vector<AlgoCase> Cases() {
        Kind::kSinglePass,
        "{\"transformRotateX\": 1.5, \"transformRotateY\": -0.5, \"transformRotateZ\": 90, "
        "\"transformMoveZ\": 1.8}"},
+      {32, "FilterPointsOfInterest", LIDAR_MARLO128, "Marlo128", Feed::kFrame, Kind::kSinglePass,
+       MapParams()},
       {33, "HighrefFilterZepT", LIDAR_ZEPHEL_T, "ZephelT", Feed::kFrame, Kind::kSinglePass, "{}"},
       // The deskew with a configured velocity; its estimation is timed on a continuous drive by
       // deskew_bench, since these frames repeat in a loop.
@@ -139,7 +201,23 @@ void RunCopy(benchmark::State& state, const std::string& model) {
   state.SetLabel(model);
 }
 
+// Reading a map of 100,000 points from its text: parsing, the crossing check and the raster.
+void RunMapLoad(benchmark::State& state) {
+  const std::string text = StarMapText(100000);
+  for (auto _ : state) {
+    RoadMap map;
+    std::string problem;
+    const bool loaded = map.Parse(text, problem);
+    benchmark::DoNotOptimize(loaded);
+    if (!loaded) {
+      state.SkipWithError(problem.c_str());
+    }
+  }
+}
+
 const bool kRegistered = [] {
+  benchmark::RegisterBenchmark("load/roadmap_100000_points", RunMapLoad)
+      ->Unit(benchmark::kMillisecond);
   for (const std::string& model :
        {std::string("Marlo128"), ColumnModel(), std::string("ZephelT")}) {
     benchmark::RegisterBenchmark(("copy/" + model).c_str(), RunCopy, model)

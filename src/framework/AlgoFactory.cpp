@@ -20,11 +20,12 @@
 #include "filters/SunlightNoise.h"
 #include "filters/SunlightNoise2.h"
 #include "filters/SunlightNoise3.h"
-#include "framework/PassThroughAlgo.h"
 #include "geometry/CalculateRotateAllPointCloud.h"
+#include "geometry/FilterPointsOfInterest.h"
 #include "geometry/JointabcProcess.h"
 #include "geometry/MirrorMotionCompensation.h"
 #include "geometry/RainPoint.h"
+#include "geometry/ReflectCalib.h"
 #include "geometry/SmallBlind.h"
 #include "geometry/SmallBlindMarlo128.h"
 #include "geometry/UnderGroundPoint.h"
@@ -61,6 +62,8 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<DisturbPointFilter>(name, desc, type);
     case 10:
       return std::make_shared<JointabcProcess>(name, desc, type);
+    case 11:
+      return std::make_shared<ReflectCalib>(name, desc, type);
     case 12:
       return std::make_shared<DragPoint>(name, desc, type);
     case 13:
@@ -101,17 +104,14 @@ std::shared_ptr<AlgoBase> Construct(int64_t id, const std::string& name, const s
       return std::make_shared<HighrefFilterOVP48>(name, desc, type);
     case 31:
       return std::make_shared<CalculateRotateAllPointCloud>(name, desc, type);
+    case 32:
+      return std::make_shared<FilterPointsOfInterest>(name, desc, type);
     case 33:
       return std::make_shared<HighrefFilterZepT>(name, desc, type);
     case 34:
       return std::make_shared<UndistortPointMove>(name, desc, type);
     case 35:
       return std::make_shared<GroundDet>(name, desc, type);
-    // Reflectance calibration (11) and region of interest (32) are not provided by this library;
-    // their ids still load so that a host's configuration keeps working.
-    case 11:
-    case 32:
-      return std::make_shared<PassThroughAlgo>(name, desc, type);
     default:
       return nullptr;
   }
@@ -142,6 +142,7 @@ constexpr FootprintEntry kFootprints[] = {
     {8, FootprintOf<CrosstalkFilter>},
     {9, FootprintOf<DisturbPointFilter>},
     {10, FootprintOf<JointabcProcess>},
+    {11, FootprintOf<ReflectCalib>},
     {12, FootprintOf<DragPoint>},
     {13, FootprintOf<RainfogFilter>},
     {14, FootprintOf<HighrefFilter>},
@@ -162,6 +163,7 @@ constexpr FootprintEntry kFootprints[] = {
     {29, FootprintOf<HighrefFilter128>},
     {30, FootprintOf<HighrefFilterOVP48>},
     {31, FootprintOf<CalculateRotateAllPointCloud>},
+    {32, FootprintOf<FilterPointsOfInterest>},
     {33, FootprintOf<HighrefFilterZepT>},
     {34, FootprintOf<UndistortPointMove>},
     {35, FootprintOf<GroundDet>},
@@ -203,7 +205,7 @@ std::size_t AlgoFootprint(int64_t id, LidarType type, const rapidjson::Value* pa
       return entry.footprint(type, NumericParams(param));
     }
   }
-  return FootprintOf<PassThroughAlgo>(type, {});
+  return 0;
 }
 
 void CopyParams(const rapidjson::Value& param, AlgoBase& algo) {
@@ -212,10 +214,14 @@ void CopyParams(const rapidjson::Value& param, AlgoBase& algo) {
 
 std::shared_ptr<AlgoBase> ConfigureAlgo(int64_t id, const std::string& name,
                                         const std::string& desc, LidarType type,
-                                        const rapidjson::Value* param) {
+                                        const rapidjson::Value* param,
+                                        const std::string& dataFolder) {
   std::shared_ptr<AlgoBase> algo = CreateAlgo(id, name, desc, type);
   if (!algo) {
     return nullptr;
+  }
+  if (auto* algorithm = dynamic_cast<Algorithm*>(algo.get())) {
+    algorithm->SetDataFolder(dataFolder);
   }
   if (param != nullptr && param->IsObject()) {
     CopyParams(*param, *algo);

@@ -34,9 +34,11 @@ std::size_t AlgoFootprint(int64_t id, LidarType type, const rapidjson::Value* pa
 
 // Creates the algorithm of `id`, fills its parameter maps from `param` (no parameters when null)
 // and lets it read them, printing its own messages; nullptr for an id outside the table.
+// Relative paths of data files in `param` are taken from `dataFolder` (Algorithm::SetDataFolder).
 std::shared_ptr<AlgoBase> ConfigureAlgo(int64_t id, const std::string& name,
                                         const std::string& desc, LidarType type,
-                                        const rapidjson::Value* param);
+                                        const rapidjson::Value* param,
+                                        const std::string& dataFolder = std::string());
 
 }  // namespace velmar
 

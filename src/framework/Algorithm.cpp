@@ -1,6 +1,7 @@
 #include "framework/Algorithm.h"
 
 #include "framework/AlgoCommon.h"
+#include "framework/DataFile.h"
 #include "framework/Messages.h"
 
 namespace velmar {
@@ -85,6 +86,46 @@ void Algorithm::PrintParamInvalid(const char* className) {
 
 void Algorithm::PrintParamOutOfRange(const char* className, const std::string& key) {
   PrintLine(std::string("[algo]:") + className + " " + key + " is not in the correct range!");
+}
+
+std::string Algorithm::DataPath(const std::string& path) const {
+  if (path.empty() || path.front() == '/' || data_folder_.empty()) {
+    return path;
+  }
+  return data_folder_ + path;
+}
+
+namespace {
+
+std::string DataFileReason(DataFileStatus status, std::size_t maxBytes) {
+  switch (status) {
+    case DataFileStatus::kCannotOpen:
+      return "cannot be opened";
+    case DataFileStatus::kNotRegular:
+      return "is not a regular file";
+    case DataFileStatus::kTooLarge:
+      return "is larger than " + std::to_string(maxBytes) + " bytes";
+    default:
+      return "cannot be read";
+  }
+}
+
+}  // namespace
+
+bool Algorithm::LoadDataFile(
+    const char* className, const std::string& key, const std::string& path, std::size_t maxBytes,
+    const std::function<bool(const std::string& text, std::string& problem)>& parse) const {
+  const std::string resolved = DataPath(path);
+  std::string text;
+  const DataFileStatus status = ReadDataFile(resolved, text, maxBytes);
+  std::string problem;
+  if (status != DataFileStatus::kRead) {
+    problem = DataFileReason(status, maxBytes);
+  } else if (parse(text, problem)) {
+    return true;
+  }
+  PrintLine(std::string("[algo]:") + className + " " + key + " " + resolved + " " + problem + "!");
+  return false;
 }
 
 }  // namespace velmar

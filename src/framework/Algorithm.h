@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <memory>
@@ -30,6 +31,11 @@ class Algorithm : public AlgoBase {
   // Called once the pipeline is assembled, with all its algorithms in processing order: an
   // algorithm whose work depends on what runs before it looks here, once, instead of per frame.
   virtual void JoinPipeline(const std::vector<std::shared_ptr<AlgoBase>>& /*pipeline*/) {}
+
+  // The folder that relative paths of data files (maps, tables) are taken from: the folder of the
+  // configuration file when the configuration came from a file, empty (the working directory) for
+  // configuration text. Set before ParseParams, which is where data files are read.
+  void SetDataFolder(const std::string& folder) { data_folder_ = folder; }
 
   using NumberParams = std::map<std::string, double>;
   // What an instance holds for `type` and these numeric parameters beyond the object itself: the
@@ -65,6 +71,16 @@ class Algorithm : public AlgoBase {
   static void PrintParamInvalid(const char* className);
   static void PrintParamOutOfRange(const char* className, const std::string& key);
 
+  // `path` as given when absolute, otherwise taken from the data folder.
+  std::string DataPath(const std::string& path) const;
+  // Reads the data file that parameter `key` names at `path` (taken from the data folder when
+  // relative; framework/DataFile.h: regular files only, at most `maxBytes`) and hands its text
+  // to `parse`, which says what is wrong in `problem` when it refuses it. On any failure prints
+  // one line "[algo]:<Class> <key> <path> <reason>!" and returns false.
+  bool LoadDataFile(
+      const char* className, const std::string& key, const std::string& path, std::size_t maxBytes,
+      const std::function<bool(const std::string& text, std::string& problem)>& parse) const;
+
   // A size-driving parameter (framework/ParamBounds.h): `value` when it lies within `bound`,
   // otherwise `fallback`, after the range message naming the bound's key.
   template <typename Int>
@@ -78,6 +94,8 @@ class Algorithm : public AlgoBase {
   }
 
  private:
+  std::string data_folder_;
+
   template <typename Field, typename Convert>
   bool ReadConverted(const std::string& key, Field& field, Convert convert) const;
 };

@@ -40,13 +40,17 @@ class LidarAlgo : public ILidarAlgo {
 
   bool ParseAlgoConfigFromFile(const std::string& path);
   bool ParseAlgoConfigImp(const rapidjson::Document& document);
+  // As above; relative data-file paths of the algorithms are taken from `dataFolder` (ending in
+  // '/', or empty for the working directory).
+  bool ParseAlgoConfigImp(const rapidjson::Document& document, const std::string& dataFolder);
 
   // The assembled algorithms in processing order; for inspection by tools and tests.
   std::vector<std::shared_ptr<AlgoBase>> Algorithms();
 
  protected:
   // Builds the algorithm of one "algo_list" entry, or nullptr when the entry is skipped.
-  std::shared_ptr<AlgoBase> AssembleEntry(const rapidjson::Value& entry) const;
+  std::shared_ptr<AlgoBase> AssembleEntry(const rapidjson::Value& entry,
+                                          const std::string& dataFolder) const;
   bool AcceptsModel(AlgoBase& algo, const rapidjson::Value* lidarTypes) const;
 
   std::vector<std::shared_ptr<AlgoBase>> algos;

@@ -33,6 +33,12 @@ std::string IdText(const rapidjson::Value& id) {
   return id.IsInt64() ? std::to_string(id.GetInt64()) : std::to_string(id.GetUint64());
 }
 
+// The folder of a configuration file, ending in '/'; empty for a bare file name.
+std::string FolderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
 bool IsEnabledEntry(const rapidjson::Value& entry) {
   if (!entry.IsObject()) {
     return false;
@@ -104,10 +110,15 @@ bool LidarAlgo::ParseAlgoConfigFromFile(const std::string& path) {
   rapidjson::Document document;
   document.ParseStream<kJsonParseFlags>(stream);
   std::fclose(file);
-  return ParseAlgoConfigImp(document);
+  return ParseAlgoConfigImp(document, FolderOf(path));
 }
 
 bool LidarAlgo::ParseAlgoConfigImp(const rapidjson::Document& document) {
+  return ParseAlgoConfigImp(document, std::string());
+}
+
+bool LidarAlgo::ParseAlgoConfigImp(const rapidjson::Document& document,
+                                   const std::string& dataFolder) {
   if (document.HasParseError()) {
     PrintLine("[algo]: parse json failed!");
     return false;
@@ -154,7 +165,7 @@ bool LidarAlgo::ParseAlgoConfigImp(const rapidjson::Document& document) {
   built.reserve(entries);
   if (list != nullptr) {
     for (const rapidjson::Value& entry : list->GetArray()) {
-      std::shared_ptr<AlgoBase> algo = AssembleEntry(entry);
+      std::shared_ptr<AlgoBase> algo = AssembleEntry(entry, dataFolder);
       if (algo) {
         built.push_back(algo);
         PrintLine("[algo]: " + algo->name + " is added!");
@@ -175,7 +186,8 @@ bool LidarAlgo::ParseAlgoConfigImp(const rapidjson::Document& document) {
   return true;
 }
 
-std::shared_ptr<AlgoBase> LidarAlgo::AssembleEntry(const rapidjson::Value& entry) const {
+std::shared_ptr<AlgoBase> LidarAlgo::AssembleEntry(const rapidjson::Value& entry,
+                                                   const std::string& dataFolder) const {
   if (!entry.IsObject()) {
     PrintLine("[algo]: algo_list entry is not an object, entry skipped!");
     return nullptr;
@@ -215,8 +227,9 @@ std::shared_ptr<AlgoBase> LidarAlgo::AssembleEntry(const rapidjson::Value& entry
     return nullptr;
   }
 
-  std::shared_ptr<AlgoBase> algo = ConfigureAlgo(
-      id->GetInt64(), Text(*name), desc ? Text(*desc) : std::string(), lidar_type, param);
+  std::shared_ptr<AlgoBase> algo =
+      ConfigureAlgo(id->GetInt64(), Text(*name), desc ? Text(*desc) : std::string(), lidar_type,
+                    param, dataFolder);
   return AcceptsModel(*algo, lidarTypes) ? algo : nullptr;
 }
 

@@ -63,12 +63,21 @@ struct SceneSettings {
   bool furniture = false;    // city: street-light poles, sign posts and overhead wires
 };
 
+// The intensity error of the simulated unit (sim/ChannelResponse.h), off while both spreads are 0.
+struct UnitSettings {
+  uint64_t seed = 1;          // the unit: drives with one unit seed share their channel errors
+  double gainSpread = 0.0;    // standard deviation of the channel gains around 1
+  double offsetSpread = 0.0;  // standard deviation of the channel offsets, intensity units
+  bool Enabled() const { return gainSpread != 0.0 || offsetSpread != 0.0; }
+};
+
 struct SimulationSettings {
   std::string model = "Marlo128";
   SceneSettings scene;
   NoiseSettings noise;
   uint64_t seed = 1;
   uint32_t frames = 10;
+  UnitSettings unit;
 };
 
 }  // namespace sim

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "sim/ChannelResponse.h"
 #include "sim/FrameBuilder.h"
 #include "sim/Random.h"
 #include "sim/Recording.h"
@@ -47,12 +48,24 @@ Simulator::Simulator(const SimulationSettings& settings)
                                    StreamSeed(settings.seed, kSceneStream));
   builder_ = std::make_unique<FrameBuilder>(*model_, settings.noise,
                                             StreamSeed(settings.seed, kFrameStream));
+  const UnitSettings& unit = settings.unit;
+  if (!(unit.gainSpread >= 0.0 && unit.gainSpread <= 1.0 && unit.offsetSpread >= 0.0 &&
+        unit.offsetSpread <= 255.0)) {
+    throw std::invalid_argument(
+        "channel gain spread must lie in [0, 1], offset spread in [0, 255]");
+  }
+  if (unit.Enabled()) {
+    response_ = std::make_unique<ChannelResponse>(*model_, unit);
+  }
 }
 
 Simulator::~Simulator() = default;
 
 void Simulator::GenerateFrame(uint32_t index, std::vector<_ori_point>& frame) {
   builder_->Build(*scene_, index, frame);
+  if (response_) {
+    response_->Apply(frame);
+  }
 }
 
 bool Simulator::NextFrame(std::vector<_ori_point>& frame) {
@@ -73,6 +86,11 @@ void WriteSimulatedRecording(const SimulationSettings& settings, const std::stri
   info.scene = settings.scene;
   info.noise = settings.noise;
   info.seed = settings.seed;
+  if (settings.unit.Enabled()) {
+    info.attributes["unit_seed"] = std::to_string(settings.unit.seed);
+    info.attributes["channel_gain_spread"] = std::to_string(settings.unit.gainSpread);
+    info.attributes["channel_offset_spread"] = std::to_string(settings.unit.offsetSpread);
+  }
   StagedFolder staged(folder);
   RecordingWriter writer(staged.Path(), info);
   std::vector<_ori_point> frame;

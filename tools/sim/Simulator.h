@@ -18,6 +18,7 @@ namespace sim {
 
 class Scene;
 class FrameBuilder;
+class ChannelResponse;
 
 class Simulator {
  public:
@@ -44,6 +45,7 @@ class Simulator {
   const SensorModel* model_;
   std::unique_ptr<Scene> scene_;
   std::unique_ptr<FrameBuilder> builder_;
+  std::unique_ptr<ChannelResponse> response_;  // only when the unit has intensity errors
   uint32_t next_ = 0;
 };
 

@@ -24,10 +24,10 @@ class SilencedOutput {
   std::streambuf* saved_;
 };
 
-template <typename Pipeline>
-std::unique_ptr<Pipeline> Configure(std::unique_ptr<Pipeline> pipeline, const std::string& path,
-                                    const std::string& text) {
-  if (!pipeline->UpdateAlgoParam(text)) {
+// Applied as a file, so that data files the configuration names by relative paths are found
+// beside it, as a host's pipeline finds them.
+std::unique_ptr<LidarAlgo> Configure(std::unique_ptr<LidarAlgo> pipeline, const std::string& path) {
+  if (!pipeline->ParseAlgoConfigFromFile(path)) {
     throw CommandError(path + ": configuration refused by the library (see its message above)");
   }
   return pipeline;
@@ -49,23 +49,17 @@ std::string ReadConfigText(const std::string& path) {
 }
 
 std::unique_ptr<ILidarAlgo> OpenPipeline(LidarType model, const std::string& configPath) {
-  std::string text = ReadConfigText(configPath);
-  std::unique_ptr<ILidarAlgo> pipeline;
-  {
-    SilencedOutput silence;
-    pipeline = ILidarAlgo::Create(model, "");
-  }
-  return Configure(std::move(pipeline), configPath, text);
+  return OpenMeasurablePipeline(model, configPath);
 }
 
 std::unique_ptr<LidarAlgo> OpenMeasurablePipeline(LidarType model, const std::string& configPath) {
-  std::string text = ReadConfigText(configPath);
+  ReadConfigText(configPath);  // a missing or empty file is the user's error, said plainly
   std::unique_ptr<LidarAlgo> pipeline;
   {
     SilencedOutput silence;
     pipeline = std::make_unique<LidarAlgo>(model, "");
   }
-  return Configure(std::move(pipeline), configPath, text);
+  return Configure(std::move(pipeline), configPath);
 }
 
 }  // namespace tools

@@ -1,8 +1,9 @@
 // Opening a pipeline for a configuration file. The library never refuses to create a pipeline:
 // it prints why a configuration is bad and runs with no algorithms. A tool must tell the user
-// instead, so the pipeline is created empty and the file is then applied with UpdateAlgoParam,
-// whose result says whether the library accepted it. The library's own messages (algorithms
-// added, parameters out of range, why a file was refused) still reach standard output.
+// instead, so the pipeline is created empty and the file is then applied with
+// ParseAlgoConfigFromFile, whose result says whether the library accepted it. The library's own
+// messages (algorithms added, parameters out of range, why a file was refused) still reach standard
+// output.
 #ifndef VELMAR_TOOLS_VELMAR_ALGO_PIPELINE_H
 #define VELMAR_TOOLS_VELMAR_ALGO_PIPELINE_H
 

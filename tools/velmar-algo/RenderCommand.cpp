@@ -28,6 +28,8 @@ constexpr double kAngleResolution = 1000.0;  // distinct columns are told apart 
 constexpr Color kBackground{18, 20, 26};
 constexpr Color kText{235, 235, 235};
 constexpr Color kPanelBorder{70, 74, 84};
+constexpr Color kRegionFill{34, 44, 62};
+constexpr Color kRegionEdge{90, 130, 200};
 
 struct RenderOptions {
   std::string input;
@@ -38,6 +40,7 @@ struct RenderOptions {
   int width = 1600;
   int height = 800;
   double range = 60.0;
+  std::string roi;  // a road-boundary map to shade on the bird's-eye view
 };
 
 // One drawable return: where it was recorded and its colour, drawn in order of `layer`.
@@ -149,7 +152,39 @@ void DrawFrameOf(Image& image, const Panel& panel, const std::string& title) {
 
 // From above: x to the right, y (forward) up. The view spans +/- range across and up to range
 // ahead; behind the sensor only as far as returns go, since most models look forward only.
-void DrawBirdsEye(Image& image, const Panel& panel, const std::vector<Dot>& dots, double range) {
+// The region of a road-boundary map under the dots: shaded inside, its boundary drawn where a
+// pixel inside has a neighbour outside.
+void ShadeRegion(Image& image, const Panel& panel, const RoadMap& map, int centreX, int sensorY,
+                 double scale) {
+  const auto inside = [&](int px, int py) {
+    return map.Contains((px - centreX) / scale, (sensorY - py) / scale);
+  };
+  std::vector<uint8_t> row(static_cast<std::size_t>(panel.width) + 2), above(row.size()),
+      below(row.size());
+  const auto fill = [&](std::vector<uint8_t>& line, int py) {
+    for (int i = 0; i < static_cast<int>(line.size()); ++i) {
+      line[static_cast<std::size_t>(i)] = inside(panel.x + i - 1, py) ? 1 : 0;
+    }
+  };
+  fill(above, panel.y);
+  fill(row, panel.y + 1);
+  for (int py = panel.y + 1; py < panel.y + panel.height - 1; ++py) {
+    fill(below, py + 1);
+    for (int i = 1; i + 1 < static_cast<int>(row.size()) - 1; ++i) {
+      const auto at = static_cast<std::size_t>(i);
+      if (row[at] == 0) {
+        continue;
+      }
+      const bool edge = !row[at - 1] || !row[at + 1] || !above[at] || !below[at];
+      image.Set(panel.x + i - 1, py, edge ? kRegionEdge : kRegionFill);
+    }
+    above.swap(row);
+    row.swap(below);
+  }
+}
+
+void DrawBirdsEye(Image& image, const Panel& panel, const std::vector<Dot>& dots, double range,
+                  const RoadMap* region) {
   DrawFrameOf(image, panel, "bird's-eye, +/-" + std::to_string(static_cast<int>(range)) + " m");
   double back = 0.0;
   for (const Dot& dot : dots) {
@@ -161,6 +196,9 @@ void DrawBirdsEye(Image& image, const Panel& panel, const std::vector<Dot>& dots
   int centreX = panel.x + panel.width / 2;
   int sensorY = panel.y + static_cast<int>((panel.height + (range + back) * scale) / 2.0);
   int dotSize = panel.height >= 600 ? 2 : 1;
+  if (region != nullptr) {
+    ShadeRegion(image, panel, *region, centreX, sensorY, scale);
+  }
   for (const Dot& dot : dots) {
     if (!(std::fabs(dot.point->x) < range && dot.point->y < range && dot.point->y > back - 1.0)) {
       continue;  // also skips NaN coordinates
@@ -262,13 +300,18 @@ void Render(const RenderOptions& options) {
   std::stable_sort(dots.begin(), dots.end(),
                    [](const Dot& a, const Dot& b) { return a.layer < b.layer; });
 
+  RoadMap region;
+  if (!options.roi.empty()) {
+    region = ReadRoadMap(options.roi);
+  }
   Image image(options.width, options.height, kBackground);
   std::string title = options.input + "  frame " + std::to_string(options.frame) +
                       (options.config.empty() ? "  (truth classes)" : "  " + options.config);
   image.DrawText(kPanelGap, 8, title, kText);
   int panelHeight = options.height - kTitleHeight - kLegendHeight;
   int panelWidth = (options.width - 3 * kPanelGap) / 2;
-  DrawBirdsEye(image, Panel{kPanelGap, kTitleHeight, panelWidth, panelHeight}, dots, options.range);
+  DrawBirdsEye(image, Panel{kPanelGap, kTitleHeight, panelWidth, panelHeight}, dots, options.range,
+               options.roi.empty() ? nullptr : &region);
   DrawRangeImage(image, Panel{2 * kPanelGap + panelWidth, kTitleHeight, panelWidth, panelHeight},
                  dots);
   DrawLegend(image, legend);
@@ -296,6 +339,7 @@ void AddRenderCommand(CLI::App& app) {
       ->check(CLI::Range(kMinSide, kMaxSide));
   command->add_option("--range", options->range, "half-width of the bird's-eye view, metres")
       ->check(CLI::Range(1.0, 1000.0));
+  command->add_option("--roi", options->roi, "shade the region of this road-boundary map");
   command->add_option("--packet", options->packet, "feed packets of N points")
       ->check(CLI::PositiveNumber);
   command->callback([options] { RunGuarded("render", [&options] { Render(*options); }); });

@@ -79,6 +79,15 @@ void AddSimulateCommand(CLI::App& app) {
       ->capture_default_str();
   cmd->add_flag("--furniture", s.scene.furniture,
                 "City: add street-light poles, sign posts and overhead wires");
+  cmd->add_option("--unit-seed", s.unit.seed,
+                  "Seed of the unit's channel intensity errors (drives of one unit share them)")
+      ->capture_default_str();
+  cmd->add_option("--channel-gain-spread", s.unit.gainSpread,
+                  "Standard deviation of the channels' intensity gains around 1 (0: off)")
+      ->check(CLI::Range(0.0, 1.0));
+  cmd->add_option("--channel-offset-spread", s.unit.offsetSpread,
+                  "Standard deviation of the channels' intensity offsets (0: off)")
+      ->check(CLI::Range(0.0, 255.0));
   for (const sim::NoiseKindInfo& n : sim::NoiseKinds()) {
     cmd->add_option(std::string("--") + n.name, s.noise[n.kind], n.description)
         ->check(CLI::Range(0.0, 1.0));

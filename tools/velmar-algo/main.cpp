@@ -17,6 +17,8 @@ int main(int argc, char** argv) {
   velmar::tools::AddRenderCommand(app);
   velmar::tools::AddInfoCommand(app);
   velmar::tools::AddImportCommand(app);
+  velmar::tools::AddCalibrateCommand(app);
+  velmar::tools::AddRoiCommand(app);
   CLI11_PARSE(app, argc, argv);
   return 0;
 }
