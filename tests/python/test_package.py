@@ -97,7 +97,7 @@ def test_messages_and_warnings():
         pipeline = velmar.Pipeline(17, CONFIGS / "marlo128.json")
         # demo.json's delete_point entry is meant for ZephelB1 only: not a left-out entry.
         velmar.Pipeline("Marlo128", CONFIGS / "demo.json")
-    assert [i for i, _ in pipeline.algorithms] == [4, 5, 23, 24, 25, 26, 27, 28, 31, 34, 35]
+    assert [i for i, _ in pipeline.algorithms] == [4, 5, 23, 24, 25, 26, 27, 28, 29, 31, 34, 35]
     assert pipeline.messages[0] == "[algo]: rain_point is added!"
     assert pipeline.version == velmar.__version__ == "2.0.6"
 
@@ -118,7 +118,10 @@ def test_update_and_clear_cache(tmp_path):
     recording = velmar.simulate(tmp_path / "drive", model="ZephelT", frames=1, drag=0.5)
     frame = recording[0]
     packets = [frame[i:i + 96] for i in range(96 * 40, 96 * 45, 96)]
-    config = CONFIGS / "zephelt.json"
+    # The drag filter alone, so that a packet comes back exactly one call late.
+    zephelt = json.loads((CONFIGS / "zephelt.json").read_text())
+    zephelt["algo_list"] = [entry for entry in zephelt["algo_list"] if entry["id"] == 12]
+    config = json.dumps(zephelt)
     kept, cleared, fresh = (velmar.Pipeline("ZephelT", config) for _ in range(3))
     for packet in packets[:4]:
         kept.process(packet)

@@ -38,6 +38,7 @@ const DefaultConfig kDefaultConfigs[] = {
     {"zephelt.json", LIDAR_ZEPHEL_T, "ZephelT"},
     {"zephelb2.json", LIDAR_ZEPHEL_B2_B3_MP, "ZephelB2/B3/MP"},
     {"quilla4.json", LIDAR_QUILL_A4, "QuillA4"},
+    {"orvik48.json", LIDAR_ORVIK48, "Orvik48"},
     {"demo.json", LIDAR_ZEPHEL_B1, "ZephelB2/B3/MP"},
     {"imported.json", LIDAR_KR360, "Orvik16"},  // any model: the smallest drive
 };
