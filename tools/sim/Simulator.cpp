@@ -76,6 +76,16 @@ bool Simulator::NextFrame(std::vector<_ori_point>& frame) {
   return true;
 }
 
+SimulationSettings SettingsOf(const RecordingInfo& info) {
+  SimulationSettings settings;
+  settings.model = info.model;
+  settings.scene = info.scene;
+  settings.noise = info.noise;
+  settings.seed = info.seed;
+  settings.frames = info.frames;
+  return settings;
+}
+
 void WriteSimulatedRecording(const SimulationSettings& settings, const std::string& folder) {
   Simulator simulator(settings);
   const SensorModel& model = simulator.Model();

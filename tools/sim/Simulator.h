@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/Recording.h"
 #include "sim/SensorModel.h"
 #include "sim/Settings.h"
 #include "velmar/lidar_algo.h"
@@ -48,6 +49,10 @@ class Simulator {
   std::unique_ptr<ChannelResponse> response_;  // only when the unit has intensity errors
   uint32_t next_ = 0;
 };
+
+// The settings that made a simulated recording, as far as its index keeps them (the scene, the
+// motion and the noise; not the unit's intensity errors), to rebuild its scene.
+SimulationSettings SettingsOf(const RecordingInfo& info);
 
 // Simulates every frame of `settings` into a recording folder, as `velmar-algo simulate` does.
 // Throws std::invalid_argument for bad settings and RecordingError when the folder cannot be

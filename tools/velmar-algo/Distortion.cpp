@@ -64,14 +64,8 @@ DistortionMeter::DistortionMeter(const sim::RecordingInfo& info) {
   if (info.scene.egoSpeed == 0.0 && info.scene.yawRate == 0.0) {
     return;
   }
-  sim::SimulationSettings settings;
-  settings.model = info.model;
-  settings.scene = info.scene;
-  settings.noise = info.noise;
-  settings.seed = info.seed;
-  settings.frames = info.frames;
   try {
-    simulator_ = std::make_unique<sim::Simulator>(settings);
+    simulator_ = std::make_unique<sim::Simulator>(sim::SettingsOf(info));
   } catch (const std::invalid_argument&) {
     simulator_.reset();  // not a simulated scene: its motion is unknown
   }

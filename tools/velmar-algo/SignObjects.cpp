@@ -9,15 +9,9 @@ namespace velmar {
 namespace tools {
 
 SignObjects SignObjectsOf(const sim::RecordingInfo& info) {
-  sim::SimulationSettings settings;
-  settings.model = info.model;
-  settings.scene = info.scene;
-  settings.noise = info.noise;
-  settings.seed = info.seed;
-  settings.frames = info.frames;
   SignObjects signs;
   try {
-    const sim::Simulator simulator(settings);
+    const sim::Simulator simulator(sim::SettingsOf(info));
     const std::vector<sim::SceneBox>& boxes = simulator.World().Boxes();
     signs.assign(boxes.size() + 1, 0);
     for (std::size_t i = 0; i < boxes.size(); ++i) {
