@@ -256,6 +256,9 @@ void GroundDet::Process(std::vector<_ori_point>& frame) {
   }
   Detect(collected);
   GetPlane();
+  // The host's vector grows once for everything given back, not by a series of doublings that
+  // each copy the packet again.
+  frame.reserve(frame.size() + collected.size());
   for (std::size_t i = 0; i < collected.size(); ++i) {
     _ori_point& p = collected[i];
     point_heights[i] = std::numeric_limits<float>::quiet_NaN();

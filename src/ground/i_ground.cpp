@@ -29,13 +29,15 @@ constexpr int kMaxCompareRadius = 16;  // fine cells
 // wild configuration cannot stall the host's thread.
 constexpr int kMaxHypotheses = static_cast<int>(kRansacIterBound.max);
 constexpr int kMaxSmoothPasses = static_cast<int>(kSmoothIterBound.max);
-// A cell without a plane borrows one from its neighbours when at least this share of its own
-// samples lie on the borrowed plane, and either it has nr_inliers_min_threshold samples of its
-// own to judge by or this many fitted neighbours vouch for the plane.
+// A cell without a plane and with fewer than nr_inliers_min_threshold samples of its own borrows
+// its neighbours' plane only when this many fitted neighbours vouch for it.
 constexpr int kMinFillNeighbours = 3;
+// A cell with samples of its own takes its height from them when at least this share of them lie
+// on one level, at most kMaxFillStep (a curb, a kerbed verge) above or below its neighbours'.
+constexpr float kFillAgreementShare = 0.3f;
+constexpr float kMaxFillStep = 0.3f;
 // Fills spread at most this many cells from the fitted ones.
-constexpr int kMaxFillPasses = 3;
-constexpr float kFillAgreementShare = 0.5f;
+constexpr int kMaxFillPasses = 16;
 constexpr float kEmptyCell = std::numeric_limits<float>::infinity();
 
 template <typename T>
@@ -163,8 +165,10 @@ std::size_t PlaneFitGroundDetector::TableBytes(const PlaneFitGroundDetectorParam
   const std::size_t per_sample = 3 * sizeof(float) + sizeof(uint8_t);
   const std::size_t offsets =
       2 * sizeof(int32_t) * (2 * kMaxCompareRadius + 1) * (2 * kMaxCompareRadius + 1);
+  const std::size_t radius = static_cast<std::size_t>(CompareRadius(param));
+  const std::size_t blocks = (fine + radius - 1) / radius;
   return fine * fine * per_fine + coarse * coarse * per_coarse + points * per_return +
-         samples * per_sample + offsets;
+         samples * per_sample + offsets + blocks * blocks * sizeof(float);
 }
 
 void PlaneFitGroundDetector::AllocateGrids() {
@@ -195,12 +199,22 @@ void PlaneFitGroundDetector::AllocateGrids() {
   }
 }
 
-// Offsets of the fine cells around a candidate, nearest first, enough of them that the nearest
-// nr_z_comp_candis non-empty cells are usually found among them.
+// Fine cells around a candidate within which the nearest nr_z_comp_candis non-empty cells are
+// usually found.
+int PlaneFitGroundDetector::CompareRadius(const PlaneFitGroundDetectorParam& param) {
+  const uint32_t candidates = std::min(param.nr_z_comp_candis, kZCompCandidatesBound.max);
+  const int fine = static_cast<int>(std::min(param.nr_grids_fine, kGridsFineBound.max));
+  const double wanted = static_cast<double>(candidates) * kOffsetsPerCandidate;
+  const int radius = static_cast<int>(std::ceil(std::sqrt(wanted / kPi))) + 1;
+  return std::max(1, std::min({radius, kMaxCompareRadius, fine - 1}));
+}
+
+// Offsets of the fine cells around a candidate, nearest first.
 void PlaneFitGroundDetector::BuildNeighbourOffsets() {
-  const double wanted = static_cast<double>(param_.nr_z_comp_candis) * kOffsetsPerCandidate;
-  int radius = static_cast<int>(std::ceil(std::sqrt(wanted / kPi))) + 1;
-  radius = std::min({radius, kMaxCompareRadius, fine_cells_ - 1});
+  const int radius = CompareRadius(param_);
+  block_size_ = radius;
+  blocks_ = (fine_cells_ + radius - 1) / radius;
+  block_min_z_.assign(static_cast<std::size_t>(blocks_) * blocks_, kEmptyCell);
   struct Offset {
     int dx;
     int dy;
@@ -307,10 +321,42 @@ void PlaneFitGroundDetector::BinReturns(const float* points, unsigned count, uns
   }
 }
 
+// Most fine cells lie on open ground with no neighbour far below them. The lowest return of each
+// block of fine cells (a block spans the comparison radius) settles those at once: a cell standing
+// no more than candidate_filter_threshold above the lowest of its own and the eight surrounding
+// blocks cannot fail a single comparison, so only the others walk their neighbours.
 void PlaneFitGroundDetector::SelectCandidateCells() {
   for (const int32_t fine : touched_fine_) {
-    fine_accepted_[fine] = IsCandidateCell(fine) ? 1 : 0;
+    block_min_z_[BlockOf(fine)] = kEmptyCell;
   }
+  for (const int32_t fine : touched_fine_) {
+    float& lowest = block_min_z_[BlockOf(fine)];
+    lowest = std::min(lowest, fine_min_z_[fine]);
+  }
+  for (const int32_t fine : touched_fine_) {
+    const bool clear = fine_min_z_[fine] - LowestAround(fine) <= param_.candidate_filter_threshold;
+    fine_accepted_[fine] = clear || IsCandidateCell(fine) ? 1 : 0;
+  }
+}
+
+std::size_t PlaneFitGroundDetector::BlockOf(int fine) const {
+  const int bx = (fine % fine_cells_) / block_size_;
+  const int by = (fine / fine_cells_) / block_size_;
+  return static_cast<std::size_t>(by) * blocks_ + bx;
+}
+
+// The lowest return of the block holding `fine` and of the eight blocks around it: every fine
+// cell within the comparison radius lies among them.
+float PlaneFitGroundDetector::LowestAround(int fine) const {
+  const int bx = (fine % fine_cells_) / block_size_;
+  const int by = (fine / fine_cells_) / block_size_;
+  float lowest = kEmptyCell;
+  for (int y = std::max(by - 1, 0); y <= std::min(by + 1, blocks_ - 1); ++y) {
+    for (int x = std::max(bx - 1, 0); x <= std::min(bx + 1, blocks_ - 1); ++x) {
+      lowest = std::min(lowest, block_min_z_[static_cast<std::size_t>(y) * blocks_ + x]);
+    }
+  }
+  return lowest;
 }
 
 // The lowest return of a fine cell is a ground candidate unless it stands well above too many of
@@ -568,13 +614,16 @@ void PlaneFitGroundDetector::SmoothPass() {
   planes_.swap(scratch_);
 }
 
-// A cell left without a plane (too few samples, or a rejected fit) borrows the mean plane of its
-// neighbours when they agree with one another and enough of its own samples lie on it. A cell
-// with too few samples to judge by borrows only from fitted neighbours, and only from several;
-// a cell with samples of its own may borrow from filled neighbours too, so a fill reaches across
-// sparse or shadowed cells only as far as their own returns confirm it.
+// A cell left without a plane (too few samples, a single scan line, or a rejected fit) borrows
+// the lean of its neighbours' planes and, when it has samples of its own, takes its height from
+// them: the largest group of its samples lying within the cell's inlier distance of one another,
+// no further than kMaxFillStep from the neighbours' ground. Sparse far cells, shadowed cells and
+// the raised side of a curb thus get their own height instead of a neighbour's. A cell with too
+// few samples to judge by borrows the neighbours' plane as it is, and only from several fitted
+// neighbours that agree, so such fills never chain.
 void PlaneFitGroundDetector::FillFromNeighbours(const float* points, unsigned dim) {
-  for (int pass = 0; pass < kMaxFillPasses; ++pass) {
+  const int passes = std::min(kMaxFillPasses, coarse_cells_);
+  for (int pass = 0; pass < passes; ++pass) {
     std::copy(planes_.begin(), planes_.end(), scratch_.begin());
     bool filled_any = false;
     for (int index = 0; index < coarse_cells_ * coarse_cells_; ++index) {
@@ -590,7 +639,6 @@ void PlaneFitGroundDetector::FillFromNeighbours(const float* points, unsigned di
 
 // Fills planes_[index] from the neighbour planes of scratch_ when that is sound.
 bool PlaneFitGroundDetector::BorrowPlane(int index, const float* points, unsigned dim) {
-  const float threshold = param_.planefit_dist_threshold_far;
   const int row = index / coarse_cells_;
   const int column = index % coarse_cells_;
   const Cell& cell = cells_[index];
@@ -610,26 +658,72 @@ bool PlaneFitGroundDetector::BorrowPlane(int index, const float* points, unsigne
       }
     }
   }
-  const uint32_t first = sample_start_[index];
-  const uint32_t samples = sample_start_[index + 1] - first;
-  const bool own_evidence = samples >= param_.nr_inliers_min_threshold;
-  if (blend.count == 0 || (!own_evidence && fitted < kMinFillNeighbours) ||
-      highest - lowest > threshold) {
+  if (blend.count == 0) {
     return false;
   }
   GroundPlane filled = blend.Result(cell.center_x, cell.center_y);
-  const float normal[3] = {filled.a, filled.b, filled.c};
-  uint32_t agreeing = 0;
-  for (uint32_t k = 0; k < samples; ++k) {
-    const float* point = points + static_cast<std::size_t>(sample_index_[first + k]) * dim;
-    agreeing += std::fabs(Dot3(normal, point) + filled.d) <= threshold ? 1u : 0u;
+  filled.origin = kPlaneFilled;
+  const uint32_t samples = sample_start_[index + 1] - sample_start_[index];
+  if (samples < param_.nr_inliers_min_threshold) {
+    if (fitted < kMinFillNeighbours || highest - lowest > param_.planefit_dist_threshold_far) {
+      return false;
+    }
+    filled.support = static_cast<uint32_t>(blend.count);
+    planes_[index] = filled;
+    return true;
   }
-  if (static_cast<float>(agreeing) < kFillAgreementShare * static_cast<float>(samples)) {
+  uint32_t support = 0;
+  if (!AnchorToOwnSamples(index, points, dim, filled, &support)) {
     return false;
   }
-  filled.origin = kPlaneFilled;
-  filled.support = static_cast<uint32_t>(blend.count);
+  filled.support = support;
   planes_[index] = filled;
+  return true;
+}
+
+// Moves `plane` (keeping its lean) onto the largest group of the cell's samples within one inlier
+// distance of each other and within kMaxFillStep of the plane; false when that group is too small
+// to trust.
+bool PlaneFitGroundDetector::AnchorToOwnSamples(int index, const float* points, unsigned dim,
+                                                GroundPlane& plane, uint32_t* support) {
+  const unsigned n = CopyCellSamples(index, points, dim);
+  const float normal[3] = {plane.a, plane.b, plane.c};
+  // Heights above the plane overwrite the packed samples from the front: height k is written
+  // after sample k has been read, and never past it.
+  unsigned near = 0;
+  for (unsigned k = 0; k < n; ++k) {
+    const float height = Dot3(normal, &cell_xyz_[k * 3]) + plane.d;
+    if (std::fabs(height) <= kMaxFillStep) {
+      cell_xyz_[near++] = height;
+    }
+  }
+  std::sort(cell_xyz_.begin(), cell_xyz_.begin() + near);
+  // Ground is the lowest surface: the first window from below holding enough samples wins, so a
+  // car's underside or a wall's lower courses above the ground never outvote it.
+  const float width = 2.0f * cells_[index].inlier_threshold;
+  const unsigned wanted = std::max<unsigned>(
+      param_.nr_inliers_min_threshold,
+      static_cast<unsigned>(std::ceil(kFillAgreementShare * static_cast<float>(n))));
+  unsigned best = 0;
+  unsigned best_first = 0;
+  for (unsigned first = 0, last = 0; first < near && best < wanted; ++first) {
+    while (last < near && cell_xyz_[last] - cell_xyz_[first] <= width) {
+      ++last;
+    }
+    if (last - first > best) {
+      best = last - first;
+      best_first = first;
+    }
+  }
+  if (best < wanted) {
+    return false;
+  }
+  double sum = 0.0;
+  for (unsigned k = best_first; k < best_first + best; ++k) {
+    sum += cell_xyz_[k];
+  }
+  plane.d -= static_cast<float>(sum / best);
+  *support = best;
   return true;
 }
 

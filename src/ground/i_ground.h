@@ -105,10 +105,13 @@ class PlaneFitGroundDetector {
   };
 
   void AllocateGrids();
+  static int CompareRadius(const PlaneFitGroundDetectorParam& param);
   void BuildNeighbourOffsets();
   void Reserve(unsigned count);
   void BinReturns(const float* points, unsigned count, unsigned dim);
   bool IsCandidateCell(int fine_index) const;
+  std::size_t BlockOf(int fine) const;
+  float LowestAround(int fine) const;
   void SelectCandidateCells();
   void GatherSamples(const float* points, unsigned count, unsigned dim);
   unsigned CopyCellSamples(int cell, const float* points, unsigned dim);
@@ -120,6 +123,8 @@ class PlaneFitGroundDetector {
   void SmoothPass();
   void FillFromNeighbours(const float* points, unsigned dim);
   bool BorrowPlane(int index, const float* points, unsigned dim);
+  bool AnchorToOwnSamples(int index, const float* points, unsigned dim, GroundPlane& plane,
+                          uint32_t* support);
   float HeightAt(const GroundPlane& plane, float x, float y) const;
 
   PlaneFitGroundDetectorParam param_;
@@ -143,6 +148,10 @@ class PlaneFitGroundDetector {
   std::vector<uint8_t> fine_accepted_;
   std::vector<int32_t> touched_fine_;
   std::vector<int32_t> neighbour_offsets_;  // (dx, dy) pairs, nearest first
+  // Lowest z of each block of block_size_ x block_size_ fine cells, blocks_ per side.
+  int block_size_ = 1;
+  int blocks_ = 0;
+  std::vector<float> block_min_z_;
   // Samples bucketed by coarse cell: indices of returns, cell c at [start[c], start[c+1]).
   std::vector<uint32_t> sample_start_;
   std::vector<uint32_t> sample_fill_;

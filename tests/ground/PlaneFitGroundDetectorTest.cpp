@@ -165,6 +165,29 @@ TEST(PlaneFitGroundDetectorTest, FillsASparseCellOnlyWhenItsReturnsAgree) {
   EXPECT_NE(CellAt(detector, 4.5f, 4.5f), nullptr);
 }
 
+// A cell too sparse to fit takes the lean of its neighbours and the height of its own lowest
+// returns: a raised verge keeps its own level, and a car's underside over sparse ground does not
+// lift the ground, even where the car gives more returns than the ground.
+TEST(PlaneFitGroundDetectorTest, FilledCellTakesItsHeightFromItsOwnLowestReturns) {
+  PlaneFitGroundDetector detector = MakeDetector();
+  ASSERT_TRUE(Detect(detector, GroundWithSparseMiddle(0.15f, 1.0f)));
+  const GroundPlane* verge = CellAt(detector, 13.5f, 13.5f);
+  ASSERT_NE(verge, nullptr);
+  EXPECT_EQ(verge->origin, kPlaneFilled);
+  EXPECT_NEAR(GroundAt(detector, 13.5f, 13.5f), -1.85f, 0.02f);
+  EXPECT_NEAR(GroundAt(detector, 4.5f, 4.5f), -2.0f, 0.01f);
+
+  std::vector<float> xyz = GroundWithSparseMiddle(0.0f, 1.5f);  // 36 ground returns in the middle
+  for (float y = 10.125f; y < 12.0f; y += 0.25f) {  // 64 returns of a car's underside, 25 cm up
+    for (float x = 10.125f; x < 12.0f; x += 0.25f) {
+      xyz.insert(xyz.end(), {x, y, -1.75f});
+    }
+  }
+  ASSERT_TRUE(Detect(detector, xyz));
+  ASSERT_NE(CellAt(detector, 13.5f, 13.5f), nullptr);
+  EXPECT_NEAR(GroundAt(detector, 13.5f, 13.5f), -2.0f, 0.02f);
+}
+
 TEST(PlaneFitGroundDetectorTest, RejectsACellLeaningAwayFromTheRestOfTheGround) {
   std::vector<float> xyz;
   for (int row = 0; row < 3; ++row) {
