@@ -27,7 +27,7 @@ FUZZ_TARGETS := config_fuzzer:config frame_fuzzer:frames recording_fuzzer:record
 FUZZ_NAMES := $(foreach t,$(FUZZ_TARGETS),$(firstword $(subst :, ,$(t))))
 
 .PHONY: all deps deps-peers deps-fuzz build test test-san test-tsan fuzz fuzz-coverage demo example \
-        bench bench-peers bench-python install-check clean
+        bench bench-ground bench-peers bench-python install-check clean
 
 all: build
 
@@ -110,10 +110,21 @@ example: build
 bench: deps
 	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
 	  -DVELMAR_BUILD_PEERS=OFF -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
-	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench deskew_bench
+	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target algo_bench ground_bench ground_quality \
+	  deskew_bench
 	./$(BENCH_BUILD_DIR)/bench/algo_bench $(BENCH_ARGS)
 	./$(BENCH_BUILD_DIR)/bench/ground_bench
+	./$(BENCH_BUILD_DIR)/bench/ground_quality
 	./$(BENCH_BUILD_DIR)/bench/deskew_bench
+
+# Ground detection of configs/marlo128.json (or GROUND_CONFIG) on simulated drives and on the
+# real frames of ../shared/data: precision, recall and F1 per frame set and per dataset class, and
+# the time per frame (see docs/algorithms.md).
+bench-ground: deps
+	cmake -S . -B $(BENCH_BUILD_DIR) -DCMAKE_BUILD_TYPE=Release -DVELMAR_BUILD_BENCH=ON \
+	  -DVELMAR_BUILD_PEERS=OFF -DVELMAR_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(BENCH_BUILD_DIR) -j$(JOBS) --target ground_quality
+	./$(BENCH_BUILD_DIR)/bench/ground_quality $(GROUND_CONFIG)
 
 # Our filters and ground detection against PCL and Open3D on the same simulated and real frames,
 # after checking that both read our recordings (see docs/performance.md). PEERS_ARGS=--search
