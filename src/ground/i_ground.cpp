@@ -616,8 +616,8 @@ void PlaneFitGroundDetector::SmoothPass() {
 
 // A cell left without a plane (too few samples, a single scan line, or a rejected fit) borrows
 // the lean of its neighbours' planes and, when it has samples of its own, takes its height from
-// them: the largest group of its samples lying within the cell's inlier distance of one another,
-// no further than kMaxFillStep from the neighbours' ground. Sparse far cells, shadowed cells and
+// them: the lowest group of its samples, lying close together and no further than kMaxFillStep
+// from the neighbours' ground, that is large enough to trust. Sparse far cells, shadowed cells and
 // the raised side of a curb thus get their own height instead of a neighbour's. A cell with too
 // few samples to judge by borrows the neighbours' plane as it is, and only from several fitted
 // neighbours that agree, so such fills never chain.
@@ -681,9 +681,9 @@ bool PlaneFitGroundDetector::BorrowPlane(int index, const float* points, unsigne
   return true;
 }
 
-// Moves `plane` (keeping its lean) onto the largest group of the cell's samples within one inlier
-// distance of each other and within kMaxFillStep of the plane; false when that group is too small
-// to trust.
+// Moves `plane` (keeping its lean) onto the lowest group of the cell's samples that lie within
+// twice the cell's inlier distance of each other and within kMaxFillStep of the plane, and that
+// hold enough of them; false when no group does.
 bool PlaneFitGroundDetector::AnchorToOwnSamples(int index, const float* points, unsigned dim,
                                                 GroundPlane& plane, uint32_t* support) {
   const unsigned n = CopyCellSamples(index, points, dim);
