@@ -182,6 +182,62 @@ TEST(ImportTest, ATruncatedBinOrAMismatchedLabelFileWritesNothing) {
   }
 }
 
+// Values no sensor reports still map to returns every algorithm can take: a negative intensity
+// reads as none (it once gave a pulse width that was not a number), in both mappings.
+TEST(ImportTest, ANegativeIntensityMapsToADarkReturn) {
+  sim::SourceCloud cloud;
+  for (const float intensity : {-8.5f, -0.0f, 0.5f}) {
+    cloud.x.push_back(10.0f);  // straight ahead, within the Marlo128 field
+    cloud.y.push_back(0.1f * static_cast<float>(cloud.x.size()));
+    cloud.z.push_back(-1.0f);
+    cloud.intensity.push_back(intensity);
+  }
+  for (const auto mapping : {sim::ImportMapping::kGeneric, sim::ImportMapping::kMarlo128}) {
+    sim::ImportOptions options;
+    options.mapping = mapping;
+    sim::ImportReport report;
+    const std::vector<_ori_point> frame = sim::MapFrame(cloud, options, 0, &report);
+    ASSERT_EQ(report.written, 3u);
+    for (const _ori_point& p : frame) {
+      if (p.distance > 0.0) {
+        EXPECT_GE(p.intensity, 0.0);
+        EXPECT_TRUE(std::isfinite(p.pulse_width));
+        EXPECT_GE(p.pulse_width, 1.5);
+      }
+    }
+  }
+}
+
+std::string AsciiPcd(const std::string& rows, std::size_t points) {
+  return "VERSION 0.7\nFIELDS x y z intensity ring label\nSIZE 4 4 4 4 4 4\nTYPE F F F F F F\n"
+         "COUNT 1 1 1 1 1 1\nWIDTH " +
+         std::to_string(points) +
+         "\nHEIGHT 1\n"
+         "VIEWPOINT 0 0 0 1 0 0 0\nPOINTS " +
+         std::to_string(points) + "\nDATA ascii\n" + rows;
+}
+
+// Ring and label fields may be stored as floats: whole numbers are read, anything their integer
+// type cannot hold refuses the file instead of wrapping (or worse) in a cast.
+TEST(ImportTest, PcdRingsAndLabelsMustBeWholeNumbersThatFit) {
+  ScratchFolder scratch;
+  WriteText(scratch.Path("good.pcd"), AsciiPcd("5 1 0 10 3 40\n5 2 0 10 -1 110\n", 2));
+  const sim::SourceCloud cloud = sim::ReadPcdCloud(scratch.Path("good.pcd"));
+  EXPECT_THAT(cloud.ring, ::testing::ElementsAre(3, -1));
+  EXPECT_THAT(cloud.label, ::testing::ElementsAre(40u, 110u));
+  for (const char* row :
+       {"5 1 0 10 1e20 40\n", "5 1 0 10 2.5 40\n", "5 1 0 10 3 -1\n", "5 1 0 10 3 5e9\n"}) {
+    WriteText(scratch.Path("bad.pcd"), AsciiPcd(row, 1));
+    try {
+      sim::ReadPcdCloud(scratch.Path("bad.pcd"));
+      ADD_FAILURE() << row << "was read";
+    } catch (const sim::ImportError& error) {
+      EXPECT_THAT(error.what(), ::testing::HasSubstr("bad.pcd"));
+      EXPECT_THAT(error.what(), ::testing::HasSubstr("is not a whole number")) << row;
+    }
+  }
+}
+
 // The shared snowfall frame: 64 beams found, every point written, the classes the dataset's
 // notes list.
 TEST(ImportTest, TheSharedSnowfallFrame) {

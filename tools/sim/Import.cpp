@@ -6,13 +6,14 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <map>
 #include <numeric>
 #include <sstream>
 
 #include "framework/AlgoCommon.h"
-#include "sim/ReturnModel.h"
 #include "sim/Pcd.h"
+#include "sim/ReturnModel.h"
 #include "sim/SensorModel.h"
 
 namespace velmar {
@@ -176,7 +177,8 @@ void WriteReturn(const SourceCloud& cloud, const MappedPoint& m, const ImportOpt
   p.y = m.y;
   p.z = m.z;
   p.distance = m.range;
-  p.intensity = cloud.intensity[m.source] * intensityScale;
+  // No sensor reports a negative intensity; read as none, it keeps the pulse-width law defined.
+  p.intensity = std::max(0.0, cloud.intensity[m.source] * intensityScale);
   // No pulse width was measured: it is derived from the reflectance with the simulator's law for
   // diffuse surfaces, so echo-strength rules see an imported return as a simulated surface of
   // the same reflectance at the same range.
@@ -519,6 +521,23 @@ double DecodeValue(const char* at, const PcdField& f) {
                        : read(int64_t{});
 }
 
+// The converter of a ring or label value: a whole number its integer type holds, or the file is
+// refused (a float field may hold anything, and a cast of what does not fit is undefined).
+template <typename Int>
+auto WholeNumber(const std::string& path, const char* field) {
+  return [&path, field](double v) {
+    const bool fits = v >= static_cast<double>(std::numeric_limits<Int>::min()) &&
+                      v <= static_cast<double>(std::numeric_limits<Int>::max());
+    if (!fits || v != std::floor(v)) {
+      std::ostringstream value;
+      value << v;
+      Fail(path, std::string("a ") + field + " value " + value.str() +
+                     " is not a whole number within the field's range");
+    }
+    return static_cast<Int>(v);
+  };
+}
+
 }  // namespace
 
 SourceCloud ReadPcdCloud(const std::string& path) {
@@ -554,8 +573,8 @@ SourceCloud ReadPcdCloud(const std::string& path) {
   if (!complete) {
     Fail(path, "needs the fields x, y, z and intensity (FIELDS " + header.fields + ")");
   }
-  column("ring", cloud.ring, [](double v) { return static_cast<int32_t>(v); });
-  column("label", cloud.label, [](double v) { return static_cast<uint32_t>(v); });
+  column("ring", cloud.ring, WholeNumber<int32_t>(path, "ring"));
+  column("label", cloud.label, WholeNumber<uint32_t>(path, "label"));
   if (!column("time", cloud.time, [](double v) { return v; })) {
     column("t", cloud.time, [](double v) { return v * 1e-9; });
   }
