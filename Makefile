@@ -23,7 +23,8 @@ FUZZ_SECONDS ?= 60
 FUZZ_PACKAGES := clang libclang-rt-14-dev llvm-14
 # Each target with its seed corpus folder under fuzz/corpus; a new target adds one pair here and
 # one velmar_add_fuzzer call in fuzz/CMakeLists.txt.
-FUZZ_TARGETS := config_fuzzer:config frame_fuzzer:frames recording_fuzzer:recording
+FUZZ_TARGETS := config_fuzzer:config frame_fuzzer:frames recording_fuzzer:recording \
+  datafile_fuzzer:datafiles import_fuzzer:import
 FUZZ_NAMES := $(foreach t,$(FUZZ_TARGETS),$(firstword $(subst :, ,$(t))))
 
 .PHONY: all deps deps-peers deps-fuzz build test test-san test-tsan fuzz fuzz-coverage demo example \

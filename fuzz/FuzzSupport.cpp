@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <map>
 
@@ -33,6 +34,26 @@ std::string InMemoryFile(const uint8_t* data, std::size_t size) {
     std::abort();
   }
   return "/proc/self/fd/" + std::to_string(fd);
+}
+
+const std::string& TempFolder() {
+  static const std::string folder = [] {
+    const char* base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base != nullptr ? base : "/tmp") + "/velmar-fuzz-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+      std::abort();
+    }
+    return pattern;
+  }();
+  return folder;
+}
+
+void WriteFile(const std::string& path, const uint8_t* begin, const uint8_t* end) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(begin), end - begin);
+  if (!out) {
+    std::abort();
+  }
 }
 
 namespace {

@@ -20,6 +20,11 @@ void SilenceLibraryOutput();
 // A path that reads back `text`, held in memory (a memfd) until the next call.
 std::string InMemoryFile(const uint8_t* data, std::size_t size);
 
+// A folder of the process's own under TMPDIR (or /tmp) for the files a target writes; made on the
+// first call. WriteFile replaces the file at `path` with the bytes [begin, end).
+const std::string& TempFolder();
+void WriteFile(const std::string& path, const uint8_t* begin, const uint8_t* end);
+
 // Packets of two simulated frames of `model` when the simulator knows it (every eighth packet,
 // those past the end of a face's sweep and those that close a frame), then of twelve frames of a
 // plain sweep with a moving wall: what follows a configuration so that its algorithms do real
