@@ -9,21 +9,6 @@ namespace {
 
 constexpr uint32_t kSemanticClassMask = 0xFFFFu;
 
-// The points of a KITTI frame as the importer reads them, in the file's own axes, classed by
-// their labels when the frame has them.
-PeerFrame FrameOfCloud(const sim::SourceCloud& cloud) {
-  PeerFrame frame;
-  frame.points.reserve(cloud.Size());
-  for (std::size_t i = 0; i < cloud.Size(); ++i) {
-    frame.points.emplace_back(cloud.x[i], cloud.y[i], cloud.z[i]);
-  }
-  frame.classes.assign(cloud.Size(), PointClass::kUnscored);
-  for (std::size_t i = 0; i < cloud.label.size(); ++i) {
-    frame.classes[i] = ClassOfSemanticLabel(cloud.label[i]);
-  }
-  return frame;
-}
-
 PeerFrame ReadFrame(const std::string& binPath, const std::string& labelPath) {
   try {
     return FrameOfCloud(sim::ReadKittiBin(binPath, labelPath));
@@ -47,6 +32,19 @@ PointClass ClassOfSemanticLabel(uint32_t label) {
     default:
       return PointClass::kObject;
   }
+}
+
+PeerFrame FrameOfCloud(const sim::SourceCloud& cloud) {
+  PeerFrame frame;
+  frame.points.reserve(cloud.Size());
+  for (std::size_t i = 0; i < cloud.Size(); ++i) {
+    frame.points.emplace_back(cloud.x[i], cloud.y[i], cloud.z[i]);
+  }
+  frame.classes.assign(cloud.Size(), PointClass::kUnscored);
+  for (std::size_t i = 0; i < cloud.label.size(); ++i) {
+    frame.classes[i] = ClassOfSemanticLabel(cloud.label[i]);
+  }
+  return frame;
 }
 
 PeerFrame ReadKittiFrame(const std::string& binPath) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/Import.h"
 #include "velmar/lidar_algo.h"
 
 namespace velmar {
@@ -37,6 +38,10 @@ class FrameError : public std::runtime_error {
 // lane marking, terrain and lying snow are ground, 0 is unlabelled. Only the low 16 bits carry
 // the class.
 PointClass ClassOfSemanticLabel(uint32_t label);
+
+// The points of a cloud the importer read, in the file's own axes, classed by their labels when
+// the cloud has them.
+PeerFrame FrameOfCloud(const sim::SourceCloud& cloud);
 
 // A KITTI-layout frame (float32 x, y, z, intensity per point), read by the importer's reader
 // (sim/Import.h); unlabelled. Throws FrameError when the file is missing or its size is not a

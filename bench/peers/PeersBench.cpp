@@ -43,8 +43,7 @@ constexpr std::size_t kSearchRowsShown = 3;
 constexpr std::size_t kSearchSimulatedFrames = 2;
 
 const std::string kConfig = std::string(VELMAR_CONFIG_DIR) + "/marlo128.json";
-const char* const kOursPending =
-    "pending: needs these frames as point records, which `velmar-algo import` will make";
+const std::string kImportedConfig = std::string(VELMAR_CONFIG_DIR) + "/imported.json";
 
 // The values of each library's own example of the method: PCL's tutorials (statistical and
 // radius outlier removal, planar segmentation, progressive morphological filtering) and Open3D's
@@ -78,6 +77,7 @@ const Tuned kBestOnSnowfall{{3, 0.05}, {0.1, 2}, {0.3, 1000, 0.0}, {1.0f, 20, 0.
 struct FrameSet {
   std::string name;
   std::vector<PeerFrame> frames;
+  std::vector<sim::SourceCloud> clouds;  // real sets: the frames as read, for our pipeline
 };
 
 struct PeerMethod {
@@ -94,8 +94,7 @@ struct Row {
   std::string origin;
   std::vector<double> seconds;
   Tally tally;
-  std::string pending;  // set when the row could not be measured: why
-  Tally unclassified;   // GroundDet only: returns it never classified
+  Tally unclassified;  // GroundDet only: returns it never classified
 };
 
 double Median(std::vector<double> values) {
@@ -201,7 +200,7 @@ std::vector<PeerMethod> GroundMethods(const Tuned& best, const std::string& best
 // Runs a peer on every frame of the set, timing each call, until there are kMinTimings timings
 // (or `timings`, when given); scores the first pass.
 Row Measure(const FrameSet& set, const PeerMethod& method, std::size_t timings = kMinTimings) {
-  Row row{set.name, method.name, method.settings, method.origin, {}, {}, {}, {}};
+  Row row{set.name, method.name, method.settings, method.origin, {}, {}, {}};
   Flags flags;
   for (std::size_t pass = 0; pass == 0 || row.seconds.size() < timings; ++pass) {
     for (const PeerFrame& frame : set.frames) {
@@ -223,14 +222,6 @@ void MeasureAll(const FrameSet& set, const std::vector<PeerMethod>& methods,
   for (const PeerMethod& method : methods) {
     rows.push_back(Measure(set, method));
   }
-}
-
-Row PendingRow(const std::string& frames, const std::string& method) {
-  Row row;
-  row.frames = frames;
-  row.method = method;
-  row.pending = kOursPending;
-  return row;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -278,7 +269,7 @@ std::vector<Records> SimulateDrive(const sim::SimulationSettings& settings) {
 }
 
 FrameSet SimulatedSet(const std::vector<Records>& drive) {
-  FrameSet set{"simulated Marlo128", {}};
+  FrameSet set{"simulated Marlo128", {}, {}};
   for (uint32_t f = kWarmupFrames; f < drive.size(); ++f) {
     set.frames.push_back(FrameFromRecords(drive[f]));
   }
@@ -289,20 +280,56 @@ bool FolderExists(const std::string& path) {
   return std::ifstream(path + "/README.md").good();
 }
 
+void AddRealFrame(FrameSet& set, const std::string& binPath, const std::string& labelPath = "") {
+  try {
+    set.clouds.push_back(sim::ReadKittiBin(binPath, labelPath));
+  } catch (const sim::ImportError& error) {
+    throw FrameError(error.what());
+  }
+  set.frames.push_back(FrameOfCloud(set.clouds.back()));
+}
+
 FrameSet SnowfallSet(const std::string& data) {
   const std::string folder = data + "/wads-sample";
-  return {"WADS snowfall",
-          {ReadLabelledKittiFrame(folder + "/sample.bin", folder + "/sample.label")}};
+  FrameSet set{"WADS snowfall", {}, {}};
+  AddRealFrame(set, folder + "/sample.bin", folder + "/sample.label");
+  return set;
 }
 
 FrameSet CitySet(const std::string& data) {
-  FrameSet set{"KITTI city", {}};
+  FrameSet set{"KITTI city", {}, {}};
   for (int i = 0; i < kKittiFrames; ++i) {
     char name[32];
     std::snprintf(name, sizeof name, "/kitti-00/%06d.bin", i);
-    set.frames.push_back(ReadKittiFrame(data + name));
+    AddRealFrame(set, data + name);
   }
   return set;
+}
+
+// The frames of a real set as our pipeline receives them, imported as `velmar-algo import`
+// imports them, and the feed for them. The set is fed enough times for kMinTimings timings, as
+// the peers are timed; only its first pass is scored.
+struct ImportedSet {
+  std::vector<Records> frames;
+  FeedSettings feed;
+  std::size_t scoredFrames = 0;
+};
+
+ImportedSet Import(const FrameSet& set, sim::ImportMapping mapping) {
+  sim::ImportOptions options;
+  options.mapping = mapping;
+  const sim::RecordingInfo info = sim::ImportedRecordingInfo(options);
+  ImportedSet imported;
+  imported.feed.model = static_cast<LidarType>(info.lidarType);
+  imported.feed.packetPoints = info.packetPoints;
+  imported.scoredFrames = set.clouds.size();
+  while (imported.frames.size() < std::max(kMinTimings, set.clouds.size())) {
+    for (const sim::SourceCloud& cloud : set.clouds) {
+      imported.frames.push_back(
+          sim::MapFrame(cloud, options, static_cast<uint32_t>(imported.frames.size())));
+    }
+  }
+  return imported;
 }
 
 std::size_t Returns(const FrameSet& set) {
@@ -335,6 +362,55 @@ Row OurNoiseRow(const std::string& frames, const std::vector<Records>& records,
                 row.seconds.push_back(ours.seconds);
               });
   return row;
+}
+
+// Ours on a real set: the noise filter made for other sensors' frames (configs/imported.json,
+// whole frames of the generic mapping, every return the peers see), and ground detection on the
+// frames imported into the Marlo128 layout, which holds only the returns within that sensor's
+// field.
+Row OurRealNoiseRow(const FrameSet& set, const std::string& configText) {
+  const ImportedSet imported = Import(set, sim::ImportMapping::kGeneric);
+  Row row = OurRow(set.name, "ours: DiscretePoint (id " + IdsOf(configText) + ")",
+                   "imported as KR360, whole frames");
+  row.origin = "configs/imported.json";
+  std::size_t fed = 0;
+  RunOurNoise(imported.frames, configText, imported.feed, [&](const OurFrame& ours) {
+    if (fed++ < imported.scoredFrames) {
+      row.tally.Add(ours.frame, ours.flags);
+    }
+    row.seconds.push_back(ours.seconds);
+  });
+  return row;
+}
+
+std::string FieldName(const FrameSet& set) {
+  return set.name + ", Marlo128 field";
+}
+
+Row OurRealGroundRow(const FrameSet& set, const std::string& configText) {
+  const ImportedSet imported = Import(set, sim::ImportMapping::kMarlo128);
+  Row row = OurRow(FieldName(set), "ours: GroundDet (id 35)",
+                   "imported as Marlo128; label 1 = ground; packets of " +
+                       std::to_string(imported.feed.packetPoints));
+  std::size_t fed = 0;
+  RunOurGround(imported.frames, configText, imported.feed, [&](const OurFrame& ours) {
+    if (fed++ < imported.scoredFrames) {
+      row.tally.Add(ours.frame, ours.flags);
+    }
+    row.seconds.push_back(ours.seconds);
+  });
+  return row;
+}
+
+// The returns of a real set that the Marlo128 mapping keeps (those within that sensor's field),
+// in our axes, as our ground row scores them.
+FrameSet FieldSet(const FrameSet& set) {
+  const ImportedSet imported = Import(set, sim::ImportMapping::kMarlo128);
+  FrameSet field{FieldName(set), {}, {}};
+  for (std::size_t f = 0; f < imported.scoredFrames; ++f) {
+    field.frames.push_back(FrameFromRecords(imported.frames[f]));
+  }
+  return field;
 }
 
 Row OurGroundRow(const std::string& frames, const std::vector<Records>& records,
@@ -371,10 +447,6 @@ std::string Pct(double share) {
 void PrintRow(const Row& row, PointClass target) {
   std::cout << "| " << row.frames << " | " << row.method << " | " << row.settings << " | "
             << row.origin << " | ";
-  if (!row.pending.empty()) {
-    std::cout << row.pending << " | | | | | |\n";
-    return;
-  }
   const Score score = ScoreOf(row.tally, target);
   std::cout << Millis(row.seconds) << " | " << Pct(score.flaggedShare) << " | ";
   if (score.labelled) {
@@ -568,10 +640,11 @@ int Main(int argc, char** argv) {
   }
 
   const std::string configText = ReadText(kConfig);
+  const std::string importedConfigText = ReadText(kImportedConfig);
   // The noise filters alone: the default file without the motion and mounting corrections and
   // without ground detection, which are there to move or label returns, not to remove noise.
   const std::string filters =
-      ConfigSubset(configText, [](int id) { return id != 27 && id != 31 && id != 35; });
+      ConfigSubset(configText, [](int id) { return id != 27 && id != 31 && id != 34 && id != 35; });
 
   std::cerr << "noise removal...\n";
   std::vector<Row> noise;
@@ -581,7 +654,7 @@ int Main(int argc, char** argv) {
   MeasureAll(simulated, OutlierMethods(kBestOnSimulated, "best F1 on the simulated drive"), noise);
   const std::size_t simulatedNoiseRows = noise.size();
   for (const FrameSet& set : real) {
-    noise.push_back(PendingRow(set.name, "ours"));
+    noise.push_back(OurRealNoiseRow(set, importedConfigText));
     MeasureAll(set, OutlierMethods(kBestOnSnowfall, "best F1 on the WADS frame"), noise);
   }
 
@@ -590,7 +663,12 @@ int Main(int argc, char** argv) {
   ground.push_back(OurGroundRow(simulated.name, drive, configText));
   MeasureAll(simulated, GroundMethods(kBestOnSimulated, "best F1 on the simulated drive"), ground);
   for (const FrameSet& set : real) {
-    ground.push_back(PendingRow(set.name, "ours: GroundDet (id 35)"));
+    ground.push_back(OurRealGroundRow(set, configText));
+    if (&set == &real.front()) {
+      // Like for like: the peers on exactly the returns our row scores.
+      MeasureAll(FieldSet(set), GroundMethods(kBestOnSnowfall, "best F1 on the WADS frame"),
+                 ground);
+    }
     MeasureAll(set, GroundMethods(kBestOnSnowfall, "best F1 on the WADS frame"), ground);
     if (&set == &real.front()) {
       // The exact filter takes tens of seconds a frame: once, on the labelled frame.
