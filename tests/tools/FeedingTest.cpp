@@ -78,7 +78,8 @@ TEST(FrameFeederTest, WholeFramesThroughAnUntouchingPipelineComeBackByteForByte)
   std::vector<FedFrame> out = FeedAll([&calls](std::vector<_ori_point>&) { ++calls; }, 0, frames);
   ASSERT_EQ(out.size(), 3u);
   // The empty frame is handed to the pipeline too, as a host would, and one emptied copy of the
-  // last frame follows to push out anything held back.
+  // last frame follows to push out anything held back. The third frame is assembled in the
+  // buffers of the first, handed on by then, and must carry nothing of it over.
   EXPECT_EQ(calls, 4);
   for (std::size_t f = 0; f < frames.size(); ++f) {
     EXPECT_EQ(out[f].index, f);
@@ -88,6 +89,7 @@ TEST(FrameFeederTest, WholeFramesThroughAnUntouchingPipelineComeBackByteForByte)
       EXPECT_EQ(out[f].origin[i], static_cast<int64_t>(i));
     }
     EXPECT_EQ(out[f].unreturned, 0u);
+    EXPECT_EQ(out[f].units.size(), 1u) << "frame " << f;
   }
 }
 

@@ -13,6 +13,9 @@ namespace {
 // Enough for any pipeline whose algorithms hold back at most a few packets; the drag filter
 // holds one.
 constexpr int kMaxFlushes = 4;
+// Frames handed on whose buffers are kept for the next ones; one is in flight at a time unless
+// the pipeline holds packets back across a frame's end.
+constexpr std::size_t kSpareFrames = 2;
 
 static_assert(sizeof(_ori_point::reserved_c) == 2 * sizeof(uint32_t), "stamp fits reserved_c");
 
@@ -39,10 +42,10 @@ FrameFeeder::FrameFeeder(UnitProcessor processor, uint32_t packetPoints, FrameSi
     : processor_(std::move(processor)), packetPoints_(packetPoints), sink_(std::move(sink)) {}
 
 void FrameFeeder::Feed(const std::vector<_ori_point>& frame) {
-  frames_.emplace_back();
+  frames_.push_back(ReuseFrame());
   FedFrame& fed = frames_.back();
   fed.index = nextFrame_++;
-  fed.input = frame;
+  fed.input.assign(frame.begin(), frame.end());
   std::size_t step = packetPoints_ == 0 ? std::max<std::size_t>(frame.size(), 1) : packetPoints_;
   std::size_t offset = 0;
   do {
@@ -59,13 +62,31 @@ void FrameFeeder::Feed(const std::vector<_ori_point>& frame) {
     for (std::size_t i = 0; i < size; ++i) {
       WriteStamp(buffer_[i], Stamp{unit.seq, static_cast<uint32_t>(i)});
     }
-    if (size > 0) {
-      lastUnit_ = buffer_;
-    }
     ProcessUnit(buffer_, &fed, unit.seq);
     offset += size;
   } while (offset < frame.size());
+  if (!frame.empty()) {
+    const std::size_t lastSize = frame.size() - (fed.units.size() - 1) * step;
+    lastUnit_.assign(frame.end() - static_cast<std::ptrdiff_t>(lastSize), frame.end());
+  }
   EmitReadyFrames();
+}
+
+// A frame's buffers are as large as the frame (tens of megabytes for a Marlo128): taking them
+// over from a frame already handed on spares the allocator and the kernel a fresh mapping, and
+// its page faults, every frame.
+FedFrame FrameFeeder::ReuseFrame() {
+  if (spare_.empty()) {
+    return FedFrame{};
+  }
+  FedFrame frame = std::move(spare_.back());
+  spare_.pop_back();
+  frame.output.clear();
+  frame.origin.clear();
+  frame.units.clear();
+  frame.seconds = 0.0;
+  frame.unreturned = 0;
+  return frame;
 }
 
 void FrameFeeder::Finish() {
@@ -144,6 +165,9 @@ void FrameFeeder::EmitReadyFrames() {
     Assemble(frame);
     sink_(frame);
     units_.erase(units_.begin(), units_.begin() + static_cast<std::ptrdiff_t>(count));
+    if (spare_.size() < kSpareFrames) {
+      spare_.push_back(std::move(frame));
+    }
     frames_.pop_front();
   }
 }
@@ -156,6 +180,12 @@ void FrameFeeder::Assemble(FedFrame& frame) {
   frame.origin.clear();
   uint32_t firstSeq = frame.units.front();
   std::size_t count = frame.units.size();
+  std::size_t points = 0;
+  for (std::size_t u = 0; u < count; ++u) {
+    points += units_[u].returned ? units_[u].result.size() : units_[u].size;
+  }
+  frame.output.reserve(points);
+  frame.origin.reserve(points);
   for (std::size_t u = 0; u < count; ++u) {
     const Unit& unit = units_[u];
     if (!unit.returned) {

@@ -74,6 +74,7 @@ class FrameFeeder {
   void ProcessUnit(std::vector<_ori_point>& buffer, FedFrame* owner, uint32_t seq);
   void Route(std::vector<_ori_point>& buffer, uint32_t fedSeq);
   Unit* FindUnit(uint32_t seq);
+  FedFrame ReuseFrame();
   void EmitReadyFrames();
   void Assemble(FedFrame& frame);
   bool HasUnreturnedUnits() const;
@@ -87,6 +88,7 @@ class FrameFeeder {
   uint32_t nextSeq_ = 1;
   std::vector<_ori_point> buffer_;
   std::vector<_ori_point> lastUnit_;  // template of the empty packets pushed in at the end
+  std::vector<FedFrame> spare_;       // frames handed on, kept for their buffers
 };
 
 }  // namespace tools
