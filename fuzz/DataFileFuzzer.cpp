@@ -19,6 +19,7 @@
 #include "FuzzSupport.h"
 #include "geometry/CalibTable.h"
 #include "geometry/RoadMap.h"
+#include "support/EvenOdd.h"
 #include "velmar/lidar_algo.h"
 
 namespace {
@@ -42,21 +43,6 @@ void Require(bool condition) {
   if (!condition) {
     std::abort();
   }
-}
-
-bool EvenOdd(const std::vector<MapRing>& rings, double x, double y) {
-  bool inside = false;
-  for (const MapRing& ring : rings) {
-    const std::size_t n = ring.points.size();
-    for (std::size_t i = 0, j = n - 1; i < n; j = i++) {
-      const MapPoint& a = ring.points[i];
-      const MapPoint& b = ring.points[j];
-      if ((a.y > y) != (b.y > y) && x < a.x + (y - a.y) * (b.x - a.x) / (b.y - a.y)) {
-        inside = !inside;
-      }
-    }
-  }
-  return inside;
 }
 
 double SegmentDistance(const MapPoint& a, const MapPoint& b, double x, double y) {
@@ -133,7 +119,7 @@ void CheckMap(const RoadMap& map, const uint8_t* data, std::size_t size) {
       (1.0 + std::max({std::fabs(e.x0), std::fabs(e.x1), std::fabs(e.y0), std::fabs(e.y1)}));
   for (const MapPoint& q : QueryPoints(rings, data, size)) {
     if (!NearBoundary(rings, q.x, q.y, margin)) {
-      Require(map.Contains(q.x, q.y) == EvenOdd(rings, q.x, q.y));
+      Require(map.Contains(q.x, q.y) == velmar::test::EvenOdd(rings, q.x, q.y));
     }
   }
   const double nan = std::nan("");

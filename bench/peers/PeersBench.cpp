@@ -364,6 +364,17 @@ Row OurNoiseRow(const std::string& frames, const std::vector<Records>& records,
   return row;
 }
 
+// Adds every frame's time to the row and the flags of the set's first pass to its tally.
+OurFrameSink TimeAllScoreFirstPass(const ImportedSet& imported, Row& row) {
+  return
+      [&row, scored = imported.scoredFrames, fed = std::size_t{0}](const OurFrame& ours) mutable {
+        if (fed++ < scored) {
+          row.tally.Add(ours.frame, ours.flags);
+        }
+        row.seconds.push_back(ours.seconds);
+      };
+}
+
 // Ours on a real set: the noise filter made for other sensors' frames (configs/imported.json,
 // whole frames of the generic mapping, every return the peers see), and ground detection on the
 // frames imported into the Marlo128 layout, which holds only the returns within that sensor's
@@ -373,13 +384,7 @@ Row OurRealNoiseRow(const FrameSet& set, const std::string& configText) {
   Row row = OurRow(set.name, "ours: DiscretePoint (id " + IdsOf(configText) + ")",
                    "imported as KR360, whole frames");
   row.origin = "configs/imported.json";
-  std::size_t fed = 0;
-  RunOurNoise(imported.frames, configText, imported.feed, [&](const OurFrame& ours) {
-    if (fed++ < imported.scoredFrames) {
-      row.tally.Add(ours.frame, ours.flags);
-    }
-    row.seconds.push_back(ours.seconds);
-  });
+  RunOurNoise(imported.frames, configText, imported.feed, TimeAllScoreFirstPass(imported, row));
   return row;
 }
 
@@ -392,13 +397,7 @@ Row OurRealGroundRow(const FrameSet& set, const std::string& configText) {
   Row row = OurRow(FieldName(set), "ours: GroundDet (id 35)",
                    "imported as Marlo128; label 1 = ground; packets of " +
                        std::to_string(imported.feed.packetPoints));
-  std::size_t fed = 0;
-  RunOurGround(imported.frames, configText, imported.feed, [&](const OurFrame& ours) {
-    if (fed++ < imported.scoredFrames) {
-      row.tally.Add(ours.frame, ours.flags);
-    }
-    row.seconds.push_back(ours.seconds);
-  });
+  RunOurGround(imported.frames, configText, imported.feed, TimeAllScoreFirstPass(imported, row));
   return row;
 }
 

@@ -11,6 +11,7 @@
 
 #include "geometry/FilterPointsOfInterest.h"
 #include "geometry/RoadMap.h"
+#include "support/EvenOdd.h"
 #include "support/TestSupport.h"
 
 namespace velmar {
@@ -96,21 +97,6 @@ TEST(RoadMap, EdgesAndVerticesExactly) {
 
 // A U-shaped (concave) road and a star of many vertices: the raster agrees everywhere with an
 // even-odd count over all edges.
-bool EvenOdd(const std::vector<MapRing>& rings, double x, double y) {
-  bool inside = false;
-  for (const MapRing& ring : rings) {
-    const std::size_t n = ring.points.size();
-    for (std::size_t i = 0, j = n - 1; i < n; j = i++) {
-      const MapPoint& a = ring.points[i];
-      const MapPoint& b = ring.points[j];
-      if ((a.y > y) != (b.y > y) && x < a.x + (y - a.y) * (b.x - a.x) / (b.y - a.y)) {
-        inside = !inside;
-      }
-    }
-  }
-  return inside;
-}
-
 TEST(RoadMap, ConcaveRoadsAgreeWithAnEvenOddCount) {
   MapRing u;
   u.points = {{0, 0}, {30, 0}, {30, 30}, {20, 30}, {20, 10}, {10, 10}, {10, 30}, {0, 30}};
@@ -132,7 +118,7 @@ TEST(RoadMap, ConcaveRoadsAgreeWithAnEvenOddCount) {
   int disagreements = 0;
   for (int i = 0; i < 20000; ++i) {
     const double px = x(random), py = y(random);
-    disagreements += map.Contains(px, py) != EvenOdd(map.Rings(), px, py) ? 1 : 0;
+    disagreements += map.Contains(px, py) != test::EvenOdd(map.Rings(), px, py) ? 1 : 0;
   }
   EXPECT_EQ(disagreements, 0);
 }
