@@ -1,6 +1,7 @@
 #include "framework/RangeImage.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "framework/AlgoCommon.h"
@@ -17,6 +18,12 @@ constexpr double kSmallestStepDeg = 0.005;
 // A step is trusted once this many consecutive pairs voted.
 constexpr uint32_t kStepQuorum = 32;
 constexpr float kUnseen = std::numeric_limits<float>::quiet_NaN();
+
+// The image keeps its returns in single precision: a value beyond the float range (finite as a
+// double) would become an infinity there, and an angle that is not a number has no column.
+bool FitsFloat(double value) {
+  return std::fabs(value) <= static_cast<double>(std::numeric_limits<float>::max());
+}
 
 double WrappedAngle(double degrees) {
   if (degrees >= 0.0 && degrees < kFullTurnDeg) {
@@ -36,9 +43,8 @@ RangeImage::RangeImage(double columnStepDeg)
 }
 
 bool RangeImage::Usable(const _ori_point& p) {
-  return p.distance > 0.0 && std::isfinite(p.distance) && std::isfinite(p.x) &&
-         std::isfinite(p.y) && std::isfinite(p.z) && std::isfinite(p.hor_angle) &&
-         p.channel < kChannelLimit;
+  return p.distance > 0.0 && FitsFloat(p.distance) && FitsFloat(p.x) && FitsFloat(p.y) &&
+         FitsFloat(p.z) && FitsFloat(p.hor_angle) && p.channel < kChannelLimit;
 }
 
 void RangeImage::Learn(const ImageReturn& r) {
