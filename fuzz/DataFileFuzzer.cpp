@@ -1,7 +1,6 @@
 // Data files from outside: the bytes are a road-boundary map or a reflectance calibration table,
 // whichever header they carry (both readers see every input). A reader must accept the text or
-// refuse it with a reason, never crash, and what it accepts must answer as the text
-// says:
+// refuse it with a reason, never crash, and what it accepts must answer as the text says:
 //  - the map's raster agrees with an even-odd count over all of its edges, wherever a point is
 //    clearly off every boundary;
 //  - the calibration algorithm, loading the same bytes as a file named by a configuration, gives
@@ -233,6 +232,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     Require(map.Empty() && !map.Contains(0.0, 0.0));
   }
   CalibTable table;
+  problem.clear();
   if (table.Parse(text, problem)) {
     CheckTable(table);
   } else {
