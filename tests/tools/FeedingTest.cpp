@@ -2,9 +2,11 @@
 // what happened to each return, and attributing it to the algorithm that did it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "CliTestSupport.h"
@@ -114,6 +116,37 @@ TEST(FrameFeederTest, PacketsHeldBackOneCallComeBackInTheirOwnFramesWithNothingL
   }
   EXPECT_EQ(out[0].units.size(), 2u);
   EXPECT_EQ(out[1].units.size(), 1u);
+}
+
+// A recording is read frame after frame into one vector that the feeder takes over and hands
+// back refilled with an earlier frame's buffer; packet buffers are recycled too. Whatever those
+// buffers held before must not show in any later frame.
+TEST(FrameFeederTest, FramesHandedOverWholeComeBackAsFramesFedByCopy) {
+  const std::vector<std::vector<_ori_point>> frames = {
+      NumberedFrame(8, 0),   NumberedFrame(0, 50),  NumberedFrame(9, 100),
+      NumberedFrame(8, 200), NumberedFrame(5, 300), NumberedFrame(11, 400)};
+  DelayingPipeline copied;
+  const std::vector<FedFrame> expected =
+      FeedAll([&copied](std::vector<_ori_point>& unit) { copied.Process(unit); }, kPacket, frames);
+
+  DelayingPipeline moved;
+  std::vector<FedFrame> out;
+  FrameFeeder feeder([&moved](std::vector<_ori_point>& unit) { moved.Process(unit); }, kPacket,
+                     [&out](FedFrame& frame) { out.push_back(frame); });
+  std::vector<_ori_point> reading;
+  for (const std::vector<_ori_point>& frame : frames) {
+    reading.resize(frame.size());
+    std::copy(frame.begin(), frame.end(), reading.begin());
+    feeder.Feed(std::move(reading));
+  }
+  feeder.Finish();
+
+  ASSERT_EQ(out.size(), expected.size());
+  for (std::size_t f = 0; f < out.size(); ++f) {
+    EXPECT_TRUE(SameBytes(out[f].input, frames[f])) << "frame " << f;
+    EXPECT_TRUE(SameBytes(out[f].output, expected[f].output)) << "frame " << f;
+    EXPECT_EQ(out[f].origin, expected[f].origin) << "frame " << f;
+  }
 }
 
 TEST(FrameFeederTest, PacketModeCutsAShortLastPacketAndKeepsEveryPoint) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+#include <utility>
 
 #include "framework/about.h"
 
@@ -87,7 +88,7 @@ void FeedRecording(sim::RecordingReader& reader, const UnitProcessor& processor,
   std::vector<_ori_point> frame;
   reader.Rewind();
   for (uint32_t index = 0; index < total && reader.NextFrame(frame); ++index) {
-    feeder.Feed(frame);
+    feeder.Feed(std::move(frame));
     if (progress) {
       DrawProgress(progressLabel, index + 1, total);
     }

@@ -57,6 +57,9 @@ class FrameFeeder {
 
   // Feeds one frame; frames whose packets have all come back are handed to the sink, in order.
   void Feed(const std::vector<_ori_point>& frame);
+  // The same, taking the frame's storage instead of copying it; `frame` is left holding a buffer
+  // of a frame handed on (or nothing), ready to be read into.
+  void Feed(std::vector<_ori_point>&& frame);
   // Pushes out the packets the pipeline still holds and hands over the remaining frames.
   void Finish();
 
@@ -71,12 +74,16 @@ class FrameFeeder {
     std::vector<_ori_point> result;
   };
 
+  void CutIntoUnits(FedFrame& fed);
   void ProcessUnit(std::vector<_ori_point>& buffer, FedFrame* owner, uint32_t seq);
   void Route(std::vector<_ori_point>& buffer, uint32_t fedSeq);
   Unit* FindUnit(uint32_t seq);
+  void KeepUnitBuffers(std::size_t count);
+  void TakeSpareUnitBuffer(std::vector<_ori_point>& buffer);
   FedFrame ReuseFrame();
   void EmitReadyFrames();
   void Assemble(FedFrame& frame);
+  int64_t OriginOf(Stamp stamp, uint32_t firstSeq, std::size_t count) const;
   bool HasUnreturnedUnits() const;
 
   UnitProcessor processor_;
@@ -89,6 +96,7 @@ class FrameFeeder {
   std::vector<_ori_point> buffer_;
   std::vector<_ori_point> lastUnit_;  // template of the empty packets pushed in at the end
   std::vector<FedFrame> spare_;       // frames handed on, kept for their buffers
+  std::vector<std::vector<_ori_point>> spareUnitBuffers_;  // results of packets handed on
 };
 
 }  // namespace tools
