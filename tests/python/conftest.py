@@ -64,11 +64,8 @@ def serial_outputs(drives, tmp_path_factory):
 
 @pytest.fixture(scope="module")
 def cluster():
-    """A LocalCluster of two single-threaded worker processes."""
-    import logging
+    """The batch command's LocalCluster, of two single-threaded worker processes."""
+    from velmar import batch
 
-    from distributed import LocalCluster
-
-    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
-                      dashboard_address=None, silence_logs=logging.ERROR) as local:
+    with batch.local_cluster(2) as local:
         yield local

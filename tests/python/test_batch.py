@@ -81,6 +81,16 @@ def test_killed_worker_leaves_every_output_complete(killed_batch, serial_outputs
     assert_outputs_match(out, serial_outputs)
 
 
+def test_workers_keep_their_allocator_settings_after_a_restart(cluster, killed_batch):
+    assert killed_batch[1] is not None, "no worker was killed"
+    with Client(cluster) as client:
+        client.wait_for_workers(2, timeout=60)
+        pids = client.run(os.getpid)
+        settings = client.run(lambda: {k: os.environ.get(k) for k in batch.WORKER_MEMORY_ENVIRON})
+    assert killed_batch[1] not in pids.values()
+    assert list(settings.values()) == [batch.WORKER_MEMORY_ENVIRON] * 2
+
+
 def test_resume_skips_complete_outputs(cluster, killed_batch, drives, serial_outputs, capsys):
     out = killed_batch[0]
 
