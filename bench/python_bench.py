@@ -5,7 +5,8 @@
    sides copy each packet in once; the C++ loop runs in the same extension binary, and the two
    are measured in alternation so that a busy spell on the shared machine weighs on both.
 2. Batch throughput of velmar.batch in frames per second on a LocalCluster of one and of two
-   workers, over the same set of recordings (cluster start-up not counted). The recordings and
+   workers started as the batch command starts them, over the same set of recordings (cluster
+   start-up and each cluster's first round not counted). The recordings and
    outputs live in memory (/dev/shm when there is one): each task reads and writes 42 MB per
    Marlo128 frame, and the shared machine's disk would otherwise set the pace.
 """

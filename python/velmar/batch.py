@@ -295,7 +295,9 @@ def _connect(scheduler, workers):
 
 def local_cluster(workers):
     """A LocalCluster of ``workers`` single-threaded worker processes, started with
-    WORKER_MEMORY_ENVIRON (workers started by hand take the same variables)."""
+    WORKER_MEMORY_ENVIRON (workers started by hand take the same variables). Dask sets them in
+    this process's environment before it starts a worker, so processes started from here later
+    inherit them too."""
     import dask
     from distributed import LocalCluster
 
