@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "CliTestSupport.h"
@@ -130,6 +132,73 @@ TEST(ImportTest, BeamsAreFoundFromUnevenElevations) {
   }
   EXPECT_TRUE(sim::FindBeamBoundaries({}).empty());
   EXPECT_TRUE(sim::FindBeamBoundaries({3.0, 3.0}).empty());
+}
+
+// A 16-beam turn stored ring after ring, as KITTI's files are, from lasers mounted 5 cm above
+// or below the origin in turn: seen from the origin, each beam's elevation swings with range by
+// more than half the degree between beams, so the elevations alone cannot tell the beams apart.
+// Each ring starts a little further round than the last, and returns are missing here and there
+// (the first of the first ring among them).
+sim::SourceCloud RingAfterRingCloud(bool clockwise) {
+  constexpr int kRings = 16;
+  constexpr int kSteps = 200;  // 1.8 degrees apart
+  sim::SourceCloud cloud;
+  for (int ring = 0; ring < kRings; ++ring) {
+    const double elevation = (-16.0 + 1.0 * ring) * kDegToRad;
+    const double mount = ring % 2 == 0 ? 0.05 : -0.05;
+    // The last ring runs on a fifth of a turn past its start, as the last of a frame may.
+    const int steps = ring + 1 == kRings ? kSteps + kSteps / 5 : kSteps;
+    for (int step = 0; step < steps; ++step) {
+      if ((ring * 7 + step) % 23 == 0) {
+        continue;  // no return
+      }
+      const double turn = (step + 0.3 * ring) * 1.8 * (clockwise ? -1.0 : 1.0);
+      const double azimuth = (turn - 180.0) * kDegToRad;
+      const double range = 4.0 + 15.0 * (1.0 + std::sin(3.0 * azimuth));
+      cloud.x.push_back(static_cast<float>(range * std::cos(elevation) * std::cos(azimuth)));
+      cloud.y.push_back(static_cast<float>(range * std::cos(elevation) * std::sin(azimuth)));
+      cloud.z.push_back(static_cast<float>(range * std::sin(elevation) + mount));
+      cloud.intensity.push_back(0.5f);
+    }
+  }
+  return cloud;
+}
+
+TEST(ImportTest, BeamsOfAFileStoredRingAfterRingComeFromItsOrder) {
+  for (bool clockwise : {false, true}) {
+    const sim::SourceCloud cloud = RingAfterRingCloud(clockwise);
+    // Where each source point lands (our x is KITTI's -y, our y its x), and its ring.
+    auto key = [](double x, double y, double z) {
+      return std::make_tuple(std::llround(x * 1e4), std::llround(y * 1e4), std::llround(z * 1e4));
+    };
+    std::map<std::tuple<long long, long long, long long>, uint32_t> ringAt;
+    std::size_t index = 0;
+    for (uint32_t ring = 0; ring < 16; ++ring) {
+      for (int step = 0; step < (ring == 15 ? 240 : 200); ++step) {
+        if ((ring * 7 + step) % 23 != 0) {
+          ringAt[key(-cloud.y[index], cloud.x[index], cloud.z[index])] = ring;
+          ++index;
+        }
+      }
+    }
+    ASSERT_EQ(index, cloud.Size());
+
+    sim::ImportReport report;
+    const std::vector<_ori_point> frame = sim::MapFrame(cloud, sim::ImportOptions{}, 0, &report);
+    EXPECT_EQ(report.beams, 16u) << "clockwise " << clockwise;
+    std::size_t checked = 0;
+    for (const _ori_point& p : frame) {
+      if (p.distance == 0.0) {
+        continue;
+      }
+      const auto found = ringAt.find(key(p.x, p.y, p.z));
+      ASSERT_NE(found, ringAt.end());
+      // Channel 1 is the top beam: the last ring stored, the highest elevation.
+      EXPECT_EQ(p.channel, 16u - found->second) << "clockwise " << clockwise;
+      ++checked;
+    }
+    EXPECT_EQ(checked, cloud.Size());
+  }
 }
 
 TEST(ImportTest, TheMarlo128MappingFillsTheSensorsFrameLayout) {

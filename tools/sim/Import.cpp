@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::size_t kKittiPointBytes = 4 * sizeof(float);
 constexpr double kFullTurnDeg = 360.0;
+constexpr double kHalfTurnDeg = 180.0;
 // A generic turn starts and ends behind the sensor and runs clockwise seen from above, as
 // spinning sensors of this kind do.
 constexpr double kTurnStartDeg = 270.0;
@@ -32,6 +33,15 @@ constexpr double kLargestStepDeg = 2.0;
 constexpr double kBeamBinDeg = 0.02;
 // Peaks lower than this share of the median peak are stray returns between beams.
 constexpr double kBeamFloorShare = 0.05;
+// Points in scan order step backwards in azimuth only now and then (a return a hair behind
+// its neighbour); a file in another order steps back about half the time.
+constexpr double kScanOrderMaxBackShare = 0.05;
+// Fewer turns than this is not a multi-beam sweep stored ring after ring.
+constexpr int32_t kScanOrderMinRings = 8;
+// How far either side of a full turn the next ring's first point is looked for.
+constexpr double kRingStartSearchDeg = 10.0;
+// Less of a turn than this after the last ring started is not a ring of its own.
+constexpr double kRingSliverDeg = 90.0;
 
 constexpr uint32_t kClassMask = 0xFFFFu;
 constexpr uint32_t kBankChannels = 64;
@@ -83,12 +93,12 @@ std::vector<MappedPoint> ToOurAxes(const SourceCloud& cloud, ImportReport& repor
   return points;
 }
 
-// Beams from the ring field: rings ranked by the mean elevation of their returns.
-std::size_t RankRings(const SourceCloud& cloud, std::vector<MappedPoint>& points) {
+// Beams from rings given per point: rings ranked by the mean elevation of their returns.
+std::size_t RankRings(const std::vector<int32_t>& ringOfPoint, std::vector<MappedPoint>& points) {
   std::map<int32_t, std::pair<double, std::size_t>> rings;
-  for (const MappedPoint& p : points) {
-    auto& ring = rings[cloud.ring[p.source]];
-    ring.first += p.elevationDeg;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    auto& ring = rings[ringOfPoint[i]];
+    ring.first += points[i].elevationDeg;
     ++ring.second;
   }
   std::vector<std::pair<double, int32_t>> byElevation;
@@ -100,10 +110,83 @@ std::size_t RankRings(const SourceCloud& cloud, std::vector<MappedPoint>& points
   for (std::size_t r = 0; r < byElevation.size(); ++r) {
     rank[byElevation[r].second] = static_cast<uint32_t>(r);
   }
-  for (MappedPoint& p : points) {
-    p.beam = rank[cloud.ring[p.source]];
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    points[i].beam = rank[ringOfPoint[i]];
   }
   return byElevation.size();
+}
+
+// The point from which the elevation changes most sharply from its predecessor, in [from, to).
+std::size_t SharpestElevationStep(const std::vector<MappedPoint>& points, std::size_t from,
+                                  std::size_t to) {
+  std::size_t sharpest = from;
+  double largest = -1.0;
+  for (std::size_t j = std::max<std::size_t>(from, 1); j < to; ++j) {
+    const double step = std::fabs(points[j].elevationDeg - points[j - 1].elevationDeg);
+    if (step > largest) {
+      largest = step;
+      sharpest = j;
+    }
+  }
+  return sharpest;
+}
+
+// Rings from the order of the points, for files that store a turn ring after ring, each in
+// azimuth order (KITTI's .bin files do). Elevation alone cannot separate the beams of such
+// sensors: their lasers sit at different heights, so a beam's elevation seen from the origin
+// drifts with range across its neighbours'. A ring ends about a full turn after it started; the
+// rings need not start at the same azimuth (each laser has its own azimuth offset), so the exact
+// start of the next one is the sharpest elevation step near there, where one beam hands over to
+// the next, and the turn is counted from it. Nothing is returned when the points are not in that
+// order (too many steps backwards, or too few turns for a multi-beam sweep).
+std::vector<int32_t> RingsFromScanOrder(const std::vector<MappedPoint>& points) {
+  if (points.size() < 2) {
+    return {};
+  }
+  std::vector<double> steps(points.size() - 1);
+  std::size_t forward = 0;
+  std::size_t backward = 0;
+  for (std::size_t i = 0; i + 1 < points.size(); ++i) {
+    steps[i] =
+        Wrapped(points[i + 1].azimuthDeg - points[i].azimuthDeg + kHalfTurnDeg) - kHalfTurnDeg;
+    forward += steps[i] > 0.0 ? 1 : 0;
+    backward += steps[i] < 0.0 ? 1 : 0;
+  }
+  const double direction = forward >= backward ? 1.0 : -1.0;
+  if (static_cast<double>(std::min(forward, backward)) >
+      kScanOrderMaxBackShare * static_cast<double>(steps.size())) {
+    return {};
+  }
+  std::vector<std::size_t> starts = {0};
+  double progress = 0.0;
+  for (std::size_t i = 1; i < points.size(); ++i) {
+    progress += direction * steps[i - 1];
+    if (progress < kFullTurnDeg) {
+      continue;
+    }
+    const std::size_t ringPoints = i - starts.back();
+    const auto reach = static_cast<std::size_t>(static_cast<double>(ringPoints) *
+                                                kRingStartSearchDeg / kFullTurnDeg);
+    const std::size_t from = std::max(starts.back() + 1, i > reach ? i - reach : 0);
+    const std::size_t to = std::min(points.size(), i + reach + 1);
+    starts.push_back(SharpestElevationStep(points, from, to));
+    progress = 0.0;
+    i = starts.back();
+  }
+  // A sliver after the last full turn is the last ring running on past its start.
+  if (starts.size() > 1 && progress < kRingSliverDeg) {
+    starts.pop_back();
+  }
+  if (starts.size() < static_cast<std::size_t>(kScanOrderMinRings)) {
+    return {};
+  }
+  starts.push_back(points.size());
+  std::vector<int32_t> rings(points.size(), 0);
+  for (std::size_t r = 0; r + 1 < starts.size(); ++r) {
+    std::fill(rings.begin() + static_cast<std::ptrdiff_t>(starts[r]),
+              rings.begin() + static_cast<std::ptrdiff_t>(starts[r + 1]), static_cast<int32_t>(r));
+  }
+  return rings;
 }
 
 // Beams from the elevation angles alone.
@@ -121,6 +204,20 @@ std::size_t RankByElevation(std::vector<MappedPoint>& points) {
     p.beam = static_cast<uint32_t>(beams - 1 - fromBottom);
   }
   return beams;
+}
+
+// Beams from the ring field when the file has one, else from the points' order, else from
+// their elevations.
+std::size_t RankBeams(const SourceCloud& cloud, std::vector<MappedPoint>& points) {
+  if (!cloud.ring.empty()) {
+    std::vector<int32_t> rings(points.size());
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      rings[i] = cloud.ring[points[i].source];
+    }
+    return RankRings(rings, points);
+  }
+  const std::vector<int32_t> rings = RingsFromScanOrder(points);
+  return rings.empty() ? RankByElevation(points) : RankRings(rings, points);
 }
 
 // The most common angle between azimuth neighbours of one beam.
@@ -621,7 +718,7 @@ std::vector<_ori_point> MapFrame(const SourceCloud& cloud, const ImportOptions& 
   r = ImportReport{};
   r.points = cloud.Size();
   std::vector<MappedPoint> points = ToOurAxes(cloud, r);
-  r.beams = cloud.ring.empty() ? RankByElevation(points) : RankRings(cloud, points);
+  r.beams = RankBeams(cloud, points);
   r.columnStepDeg = ColumnStep(points, r.beams);
   r.intensityScale = IntensityScale(cloud);
   return options.mapping == ImportMapping::kMarlo128
