@@ -231,7 +231,7 @@ void FrameFeeder::Assemble(FedFrame& frame) {
       continue;
     }
     // Copied as a block and then restored in place: the packet is still in cache for the second
-    // pass, and a block copy is several times faster than one point at a time.
+    // pass, and a block copy is faster than one point at a time.
     const std::size_t first = frame.output.size();
     frame.output.insert(frame.output.end(), unit.result.begin(), unit.result.end());
     for (std::size_t i = first; i < frame.output.size(); ++i) {
