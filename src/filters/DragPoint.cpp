@@ -81,12 +81,9 @@ void DragPoint::Process(std::vector<_ori_point>& points) {
     delayed_packet.assign(points.begin(), points.end());
     return;
   }
-  // Hand back the delayed packet and keep the new one in its place. The buffers swap rather
-  // than copy: the latest buffer is left holding the handed-back packet's unfiltered records,
-  // which nothing reads before the next packet overwrites them.
-  latest_packet.assign(points.begin(), points.end());
-  points.assign(delayed_packet.begin(), delayed_packet.end());
-  delayed_packet.swap(latest_packet);
+  // Hand back the delayed packet and keep the new one in its place: the host's vector and the
+  // delayed buffer trade storage, so no record is copied.
+  points.swap(delayed_packet);
 
   for (std::size_t block = 0; block < block_count; ++block) {
     FilterBlock(points, block, block_count, block_points);

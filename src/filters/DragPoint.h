@@ -41,15 +41,14 @@ class DragPoint : public Algorithm {
   //   buffer           after call 1   after call 2   after call n >= 3 (a filtering call)
   //   older_packet     P1             P1             stale: OlderPacket() is Pn
   //   delayed_packet   -              P2             Pn, handed back filtered by call n + 1
-  //   latest_packet    -              -              scratch: P(n-1) as it was given
   //
-  // Calls 1 and 2 hand their own packet back untouched; call n >= 3 hands back P(n-1). A clear
-  // forgets only the older packet (the delayed one is still owed to the host), so the next call
-  // is a fill like call 1 and the one after it filters again. The storage is kept so that a
-  // running filter never reallocates.
+  // Calls 1 and 2 hand their own packet back untouched; call n >= 3 hands back P(n-1), in the
+  // storage that held it, and keeps the host's storage with Pn. A clear forgets only the older
+  // packet (the delayed one is still owed to the host), so the next call is a fill like call 1
+  // and the one after it filters again. The storage is kept so that a running filter never
+  // reallocates.
   std::vector<_ori_point> older_packet;
   std::vector<_ori_point> delayed_packet;
-  std::vector<_ori_point> latest_packet;
 
   // "ZephelT" packets are a single column.
   bool single_block = false;
